@@ -1,0 +1,225 @@
+/*
+ * libhttp_util: HTTP file transfer for the device's programs.
+ *
+ * Every transfer is one blocking call on the caller's thread and returns one
+ * result code (HTTP_UTIL_OK or one of the HTTP_UTIL_ERR_* codes below);
+ * http_util_strerr() turns a code into its English message.
+ *
+ * The header compiles as C99 and as C++. Records are plain structs whose
+ * field order and sizes are part of the binary interface.
+ */
+#ifndef HTTP_UTIL_H
+#define HTTP_UTIL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define HTTP_UTIL_API __attribute__((visibility("default")))
+#else
+#define HTTP_UTIL_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------
+ * Result codes. The numbers travel unchanged up to the caller and index
+ * http_util_err_str; they are never renumbered.
+ * ---------------------------------------------------------------------- */
+enum {
+    HTTP_UTIL_OK = 0,
+    HTTP_UTIL_ERR_NOMEM = 1,
+    HTTP_UTIL_ERR_PARAM = 2,
+    HTTP_UTIL_ERR_RESOLVE = 3,
+    HTTP_UTIL_ERR_CONNECT = 4,
+    HTTP_UTIL_ERR_REDIRECT = 5,
+    HTTP_UTIL_ERR_NOT_HTTP = 6,
+    HTTP_UTIL_ERR_RECV_RSP = 7,
+    HTTP_UTIL_ALREADY_DONE = 8,
+    HTTP_UTIL_ERR_RECV_DATA = 9,
+    HTTP_UTIL_NEED_RETRY = 10,
+    HTTP_UTIL_ERR_PROTOCOL = 11,
+    HTTP_UTIL_ERR_UNAUTHORIZED = 12,
+    HTTP_UTIL_ERR_SEND = 13,
+    HTTP_UTIL_ERR_NO_LOCAL_FILE = 14,
+    HTTP_UTIL_ERR_UNEXPECTED_RSP = 15,
+    HTTP_UTIL_ERR_CANCELED = 16,
+    HTTP_UTIL_ERR_NOT_SUPPORTED = 17,
+    HTTP_UTIL_ERR_NOT_FOUND = 18,
+    HTTP_UTIL_ERR_FORBIDDEN = 19,
+    HTTP_UTIL_ERR_RANGE = 20,
+    HTTP_UTIL_ERR_NOT_OK = 21,
+    HTTP_UTIL_ERR_URL_NOT_ASCII = 22,
+    HTTP_UTIL_ERR_SAVE_FILE = 23,
+    HTTP_UTIL_ERR_READ_FILE = 24,
+    HTTP_UTIL_ERR_RSP_FORMAT = 25,
+    HTTP_UTIL_ERR_RSP_TIMEOUT = 26,
+    HTTP_UTIL_ERR_HEAD_TOO_LONG = 27,
+    HTTP_UTIL_ERR_PARAM_TOO_LONG = 28,
+    HTTP_UTIL_ERR_URL_FORMAT = 29,
+    HTTP_UTIL_ERR_UNKNOWN = 30 /* message row only: never returned */
+};
+
+/* Messages indexed by result code, 0 to 30; rows 11 and 25 are the same
+ * text. Index it directly only with a code from 0 to 30. */
+HTTP_UTIL_API extern const char *const http_util_err_str[HTTP_UTIL_ERR_UNKNOWN + 1];
+
+/* The message of any code; every code outside 0..29 gives "Unknown error".
+ * Never returns NULL. */
+HTTP_UTIL_API const char *http_util_strerr(int code);
+
+/* ------------------------------------------------------------------------
+ * Options, debug switch and logging
+ * ---------------------------------------------------------------------- */
+typedef struct http_opt {
+    int32_t ntry;             /* default retries of the calls without ntry (5) */
+    int32_t spare1;           /* stored, never read (5) */
+    int32_t spare2;           /* stored, never read (5) */
+    int32_t spare3;           /* stored, never read (5) */
+    int32_t wait;             /* seconds between two attempts; 0 = none (30) */
+    uint8_t random_wait;      /* non-zero: first pause drawn around wait (0) */
+    uint8_t timestamp_check;  /* non-zero: drop a partial file the server changed (1) */
+    uint8_t debug;            /* non-zero: copy every log record to the system log (0) */
+} http_opt;
+
+/* Process-wide options, read by every transfer; initially {5,5,5,5,30,0,1,0}. */
+HTTP_UTIL_API extern http_opt g_http_opt;
+/* Platform-log threshold: records reach the platform log while it is > 4 (5). */
+HTTP_UTIL_API extern uint32_t g_http_util_zlog_level;
+/* Platform-log category set by http_util_init(); NULL: no platform records. */
+HTTP_UTIL_API extern void *g_http_util_zlog_category;
+
+HTTP_UTIL_API void http_open_debug(void);
+HTTP_UTIL_API void http_close_debug(void);
+/* Copies the whole record over g_http_opt, the debug switch included. */
+HTTP_UTIL_API void http_set_options(const http_opt *opt);
+/* Sets up the platform log once per process. Every entry point calls it;
+ * a failed set-up is not retried. Not safe against two first calls at once:
+ * a multi-threaded host calls it once before starting transfers. */
+HTTP_UTIL_API void http_util_init(void);
+
+/* ------------------------------------------------------------------------
+ * Per-call transfer parameters. Zero every byte before filling it in.
+ * ---------------------------------------------------------------------- */
+typedef struct http_util_param {
+    int32_t vrf;            /* > 0: open the socket in this VRF */
+    char post_file[256];    /* non-empty: POST this file instead of a GET */
+    int32_t max_redirect;   /* redirections followed by a download */
+    int32_t ntry;           /* retries after the first attempt */
+    int32_t show_progress;  /* 1: terminal display and Ctrl+C */
+    uint32_t src_ip;        /* source IPv4 address, network byte order; 0 = none */
+} http_util_param;
+
+/* TLV block element types (type and length are native 32-bit words). */
+enum {
+    HTTP_UTIL_TLV_END = 0,
+    HTTP_UTIL_TLV_SRC_IP = 1 /* 4 bytes: IPv4 address in network byte order */
+};
+
+/* ------------------------------------------------------------------------
+ * Parsed response head and transfer handle
+ * ---------------------------------------------------------------------- */
+typedef struct http_rsp {
+    int32_t status;          /* three-digit status code */
+    int32_t content_len;     /* Content-Length; -1 = none */
+    uint8_t keep_alive;      /* Connection: keep-alive */
+    uint8_t accept_ranges;   /* Accept-Ranges: bytes */
+    uint8_t chunked;         /* Transfer-Encoding: chunked */
+    char new_local[256];     /* Location */
+    int32_t range_start;     /* Content-Range first position; 0 = none */
+    int32_t range_end;       /* Content-Range last position; 0 = none */
+    int32_t file_len;        /* Content-Range complete length; -1 for "*" */
+    char last_modified[32];  /* Last-Modified text */
+    int32_t mtime;           /* Last-Modified as Unix time; -1 = none */
+} http_rsp;
+
+#define HTTP_UTIL_SEND_BUF_SIZE 1024
+#define HTTP_UTIL_WORK_BUF_SIZE 1024
+#define HTTP_UTIL_FLAG_BUFFERED 1u
+
+/* One transfer's handle: made by http_create_util(), released by
+ * http_free_util(), which also closes an open socket. */
+typedef struct http_util {
+    int32_t socket;                          /* -1 = not connected */
+    char send_buf[HTTP_UTIL_SEND_BUF_SIZE];  /* request bytes not yet written */
+    int32_t send_len;                        /* bytes held in send_buf */
+    uint32_t flags;                          /* HTTP_UTIL_FLAG_BUFFERED */
+    int32_t timeout;                         /* seconds, for the socket writes */
+    int32_t last_err;                        /* 0, or -1 after a failed write */
+    char work_buf[HTTP_UTIL_WORK_BUF_SIZE];  /* scratch for request lines */
+    http_rsp rsp;                            /* the latest response head */
+} http_util;
+
+/* NULL when memory is short. */
+HTTP_UTIL_API http_util *http_create_util(void);
+/* NULL does nothing. */
+HTTP_UTIL_API void http_free_util(http_util *util);
+/* A value from 0 to n-1 (n must not be 0); not for cryptographic use. */
+HTTP_UTIL_API uint32_t random_number(uint32_t n);
+
+/* ------------------------------------------------------------------------
+ * Progress
+ * ---------------------------------------------------------------------- */
+enum {
+    HTTP_UTIL_PROGRESS_BEGIN = 0, /* a transfer begins (count 0) */
+    HTTP_UTIL_PROGRESS_HEAD = 1,  /* response head bytes, 0 after a timed-out wait */
+    HTTP_UTIL_PROGRESS_SIZE = 2,  /* expected total size */
+    HTTP_UTIL_PROGRESS_BODY = 3,  /* body bytes stored, 0 after a timed-out wait */
+    HTTP_UTIL_PROGRESS_SEND = 4,  /* upload bytes sent, 0 after a timed-out wait */
+    HTTP_UTIL_PROGRESS_END = 5    /* the transfer is over (count 0) */
+};
+
+/* The application's progress record, owned by the application; the library
+ * only updates done and total during a download call. */
+typedef struct http_progress {
+    uintptr_t priv[2];  /* the caller's; never touched by the library */
+    uint32_t done;      /* bytes of the file counted so far */
+    uint32_t total;     /* expected size of the file */
+    uintptr_t priv2;    /* the caller's; never touched by the library */
+    /* After every body block (count = its bytes; 0 after a timed-out wait);
+     * non-zero cancels the transfer. May be NULL. */
+    int (*on_progress)(struct http_progress *progress, uint32_t count);
+    /* When set, body blocks go here instead of the local file; a negative
+     * result fails the transfer. May be NULL. */
+    int (*on_data)(struct http_progress *progress, const void *data, uint32_t len);
+} http_progress;
+
+#ifdef __cplusplus
+}
+#endif
+
+/* Layout checks: host programs rely on these offsets and sizes. */
+#if defined(__cplusplus)
+#define HTTP_UTIL_STATIC_ASSERT(c, m) static_assert(c, m)
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define HTTP_UTIL_STATIC_ASSERT(c, m) _Static_assert(c, m)
+#else /* C99: a negative array size stops the build */
+#define HTTP_UTIL_CAT2_(a, b) a##b
+#define HTTP_UTIL_CAT_(a, b) HTTP_UTIL_CAT2_(a, b)
+#define HTTP_UTIL_STATIC_ASSERT(c, m) \
+    typedef char HTTP_UTIL_CAT_(http_util_layout_check_, __LINE__)[(c) ? 1 : -1]
+#endif
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_opt, wait) == 16, "http_opt: five words first");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_opt, random_wait) == 20, "http_opt: bytes after words");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_opt, debug) == 22, "http_opt: debug is the last byte");
+HTTP_UTIL_STATIC_ASSERT(sizeof(http_opt) == 24, "http_opt size");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_util_param, post_file) == 4, "param: post_file");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_util_param, max_redirect) == 260, "param: max_redirect");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_util_param, src_ip) == 272, "param: src_ip");
+HTTP_UTIL_STATIC_ASSERT(sizeof(http_util_param) == 276, "param: no gaps");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_rsp, new_local) == 11, "rsp: new_local");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_rsp, range_start) == 268, "rsp: range_start");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_rsp, last_modified) == 280, "rsp: last_modified");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_rsp, mtime) == 312, "rsp: mtime");
+HTTP_UTIL_STATIC_ASSERT(sizeof(http_rsp) == 316, "rsp size");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_util, send_len) == 1028, "util: send_len");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_util, work_buf) == 1044, "util: work_buf");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_util, rsp) == 2068, "util: rsp");
+HTTP_UTIL_STATIC_ASSERT(sizeof(http_util) == 2384, "util size");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_progress, done) == 2 * sizeof(uintptr_t), "progress: done");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_progress, priv2) == 2 * sizeof(uintptr_t) + 8, "progress: caller word");
+#undef HTTP_UTIL_STATIC_ASSERT
+
+#endif /* HTTP_UTIL_H */

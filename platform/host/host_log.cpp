@@ -1,0 +1,94 @@
+// Logging wrapper and system log on the host.
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <syslog.h>
+#include <time.h>
+
+#include <mutex>
+
+#include "http_util_host.h"
+#include "platform/device.h"
+
+namespace {
+
+struct Category {
+    char name[64];
+};
+
+std::mutex log_mutex;
+FILE *log_out = nullptr;
+bool log_chosen = false;
+Category category;
+
+int open_log_locked(const char *path) {
+    if (log_out != nullptr && log_out != stderr) fclose(log_out);
+    log_out = nullptr;
+    log_chosen = true;
+    if (path == nullptr || *path == '\0') return 0;
+    if (strcmp(path, "-") == 0) {
+        log_out = stderr;
+        return 0;
+    }
+    log_out = fopen(path, "ae");
+    return log_out != nullptr ? 0 : -1;
+}
+
+}  // namespace
+
+extern "C" {
+
+int http_util_host_set_log(const char *path) {
+    std::lock_guard<std::mutex> lock(log_mutex);
+    return open_log_locked(path);
+}
+
+void *qz_zlog_init(const char *name) {
+    std::lock_guard<std::mutex> lock(log_mutex);
+    if (!log_chosen) (void)open_log_locked(getenv("HTTP_UTIL_HOST_LOG"));
+    snprintf(category.name, sizeof category.name, "%s", name != nullptr ? name : "");
+    return &category;
+}
+
+void qzdf_zlog(void *cat, const char *file, size_t filelen, const char *func, size_t funclen,
+               long line, int level, const char *format, ...) {
+    std::lock_guard<std::mutex> lock(log_mutex);
+    if (cat == nullptr || log_out == nullptr) return;
+    struct timespec ts = {0, 0};
+    clock_gettime(CLOCK_REALTIME, &ts);
+    struct tm tm_buf;
+    char stamp[32] = "";
+    if (localtime_r(&ts.tv_sec, &tm_buf) != nullptr)
+        strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &tm_buf);
+    fprintf(log_out, "%s.%03ld %s %d %.*s %.*s:%ld ", stamp, ts.tv_nsec / 1000000,
+            static_cast<Category *>(cat)->name, level, static_cast<int>(filelen), file,
+            static_cast<int>(funclen), func, line);
+    va_list ap;
+    va_start(ap, format);
+    vfprintf(log_out, format, ap);
+    va_end(ap);
+    fputc('\n', log_out);
+    fflush(log_out);
+}
+
+int printk_syslog_ext(int priority, const char *module, const char *level, int /*flag*/,
+                      const char *format, ...) {
+    char text[1024];
+    va_list ap;
+    va_start(ap, format);
+    vsnprintf(text, sizeof text, format, ap);
+    va_end(ap);
+    syslog(LOG_USER | (priority & LOG_PRIMASK), "%s %s: %s", module, level, text);
+    return 0;
+}
+
+int at_snprintf(char *buf, size_t size, const char *format, ...) {
+    va_list ap;
+    va_start(ap, format);
+    int n = vsnprintf(buf, size, format, ap);
+    va_end(ap);
+    return n;
+}
+
+}  // extern "C"

@@ -1,0 +1,33 @@
+/*
+ * The device services of libhttp_util, emulated on a stock Linux host.
+ * Link a host program with -lhttp_util -lhttp_util_host; these calls let it
+ * choose where the emulated services write.
+ */
+#ifndef HTTP_UTIL_HOST_H
+#define HTTP_UTIL_HOST_H
+
+#include <stdio.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Where platform-log records go: a file path (appended to), "-" for
+ * standard error, or NULL for nowhere. Without a call, the environment
+ * variable HTTP_UTIL_HOST_LOG is read the same way when the library sets
+ * up its log. Returns 0, or -1 when the file cannot be opened. */
+int http_util_host_set_log(const char *path);
+
+/* Where the terminal display goes (default: standard output). */
+void http_util_host_set_terminal_output(FILE *out);
+
+/* Puts the controlling terminal back in the mode it had before the first
+ * keystroke poll switched it so that Ctrl+C arrives as a byte. Also runs at
+ * exit. Safe to call at any time. */
+void http_util_host_terminal_restore(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# The shared library exports exactly the names of its version script, none
+# of them mangled, and depends on the C library alone.
+set -euo pipefail
+lib=$1
+map=$2
+
+expected=$(sed -n '/global:/,/local:/p' "$map" | grep -oE '^[[:space:]]*[A-Za-z_][A-Za-z0-9_]*;' |
+           tr -d ' ;' | sort)
+actual=$(nm -D --defined-only "$lib" | awk '{print $3}' | sed 's/@.*//' | sort)
+
+status=0
+if [ "$expected" != "$actual" ]; then
+    echo "exported names differ from $map:"
+    diff <(echo "$expected") <(echo "$actual") || true
+    status=1
+fi
+if grep -q '^_Z' <<<"$actual"; then
+    echo "mangled C++ names are exported"
+    status=1
+fi
+needed=$(readelf -d "$lib" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+if [ "$needed" != "libc.so.6" ]; then
+    echo "NEEDED should be libc.so.6 alone, is:"
+    echo "$needed"
+    status=1
+fi
+soname=$(readelf -d "$lib" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
+if [ "$soname" != "libhttp_util.so.1" ]; then
+    echo "SONAME is '$soname', not libhttp_util.so.1"
+    status=1
+fi
+[ $status -eq 0 ] && echo "$(wc -l <<<"$actual") exported names, NEEDED libc.so.6, SONAME $soname"
+exit $status
