@@ -13,6 +13,8 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
+#include <sys/socket.h>
 
 #if defined(__GNUC__)
 #define HTTP_UTIL_API __attribute__((visibility("default")))
@@ -186,6 +188,60 @@ typedef struct http_progress {
     int (*on_data)(struct http_progress *progress, const void *data, uint32_t len);
 } http_progress;
 
+/* Per-transfer reference handed to the progress function, the head parser
+ * and the body readers; the driver keeps it in its own frame. */
+typedef struct http_progress_ref {
+    http_progress *progress;  /* the caller's record, or NULL */
+    int32_t start;            /* bytes already in the local file; -1 for a POST */
+    char *local_file;         /* the driver's copy of the local path */
+    int32_t local_mtime;      /* modification time of the partial file, or -1 */
+} http_progress_ref;
+
+/* ------------------------------------------------------------------------
+ * URL record: made by http_create_url_param(), released with free().
+ * ---------------------------------------------------------------------- */
+typedef struct http_url_param {
+    const char *url;                 /* the caller's text, not copied */
+    char host[256];                  /* name, IPv4 or IPv6 text (no brackets) */
+    int32_t port;                    /* 80 when the URL gives none */
+    char filename[256];              /* last path segment; "index.html" if none */
+    char path[256];                  /* request path with query; "/" if none */
+    uint8_t is_mgmt;                 /* through the management port */
+    uint8_t is_post;                 /* param.post_file is not empty */
+    uint8_t multipart;               /* set by the upload calls */
+    struct sockaddr_storage ip_addr; /* the server, port in network byte order */
+    char mgmt_name[16];              /* management interface; empty = none */
+    http_util_param param;           /* copy of the caller's parameters */
+    int32_t last_tick[2];            /* progress display: seconds, nanoseconds */
+} http_url_param;
+
+/* ---- connection layer ---- */
+
+/* Writes all bytes, waiting up to five times 1 s while the socket is full.
+ * 0 when everything was written (also for count 0), else -1 with errno.
+ * timeout is accepted for the interface and not used. */
+HTTP_UTIL_API int http_util_fd_write(int fd, const void *buf, int count, int timeout);
+/* One write after waiting up to seconds for room: bytes written, or -1
+ * (errno ETIMEDOUT after the wait ran out). May write fewer than count. */
+HTTP_UTIL_API int http_util_fd_write_nonblock(int fd, const void *buf, unsigned count,
+                                              int seconds);
+/* One read after waiting up to seconds (<= 0: 5) for data: bytes read,
+ * 0 when the peer closed, or -1 (errno ETIMEDOUT after the wait ran out). */
+HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds);
+/* The address as text for log records ("127.0.0.1 80"): a static area that
+ * the next call overwrites. */
+HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen);
+
+/* ---- response handling ---- */
+
+/* ---- progress ---- */
+
+/* ---- upload ---- */
+
+/* ---- download ---- */
+
+/* ---- copy ---- */
+
 #ifdef __cplusplus
 }
 #endif
@@ -220,6 +276,11 @@ HTTP_UTIL_STATIC_ASSERT(offsetof(http_util, rsp) == 2068, "util: rsp");
 HTTP_UTIL_STATIC_ASSERT(sizeof(http_util) == 2384, "util size");
 HTTP_UTIL_STATIC_ASSERT(offsetof(http_progress, done) == 2 * sizeof(uintptr_t), "progress: done");
 HTTP_UTIL_STATIC_ASSERT(offsetof(http_progress, priv2) == 2 * sizeof(uintptr_t) + 8, "progress: caller word");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_progress_ref, start) == sizeof(void *), "progress_ref: start after the record pointer");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_url_param, host) == sizeof(void *), "url: host after the url pointer");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_url_param, is_mgmt) == sizeof(void *) + 772, "url: flags after path");
+HTTP_UTIL_STATIC_ASSERT(sizeof(struct sockaddr_storage) == 128, "url: 128-byte address area");
+HTTP_UTIL_STATIC_ASSERT(offsetof(http_url_param, param) == offsetof(http_url_param, mgmt_name) + 16, "url: param after mgmt_name");
 #undef HTTP_UTIL_STATIC_ASSERT
 
 #endif /* HTTP_UTIL_H */

@@ -1,0 +1,5 @@
+list(APPEND HTTP_UTIL_SOURCES
+    src/frame/handle.cpp
+    src/frame/options.cpp
+    src/frame/random.cpp
+    src/frame/result.cpp)

@@ -1,0 +1,145 @@
+// Readiness wait and the raw descriptor I/O built on it.
+#include "net/io.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <netinet/in.h>
+#include <stdio.h>
+#include <sys/epoll.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "frame/log.h"
+#include "http_util.h"
+
+namespace http_util_internal {
+
+// A fresh epoll instance per wait keeps the function free of state.
+int http_select_fd(int fd, int seconds, int direction) {
+    int ep = epoll_create(1);
+    if (ep < 0) {
+        HTTP_LOG("epoll fd create fail.");
+        return -1;
+    }
+    struct epoll_event ev = {};
+    ev.events = direction == kWaitRead ? EPOLLIN : EPOLLOUT;
+    ev.data.fd = fd;
+    if (epoll_ctl(ep, EPOLL_CTL_ADD, fd, &ev) < 0) {
+        int saved = errno;
+        (void)close(ep);
+        errno = saved;
+        HTTP_LOG("epoll add ctl fail, fd %d.", fd);
+        return -1;
+    }
+    int ms = seconds > 0 ? seconds * 1000 : 5000;
+    struct epoll_event out = {};
+    int n = epoll_wait(ep, &out, 1, ms);
+    int saved = errno;
+    (void)close(ep);
+    errno = saved;
+    return n;
+}
+
+}  // namespace http_util_internal
+
+namespace {
+
+using http_util_internal::http_select_fd;
+using http_util_internal::kWaitRead;
+using http_util_internal::kWaitWrite;
+
+constexpr int kWriteWaits = 5;
+constexpr int kOnceCalls = 6;
+
+bool transient(int err) { return err == EINTR || err == EAGAIN; }
+
+// One read or write after a readiness wait; retried at once while the
+// call is interrupted or would block.
+template <typename Call>
+int wait_then_once(int fd, int seconds, int direction, Call call) {
+    int ready = http_select_fd(fd, seconds, direction);
+    if (ready <= 0) {
+        HTTP_LOG("select failed, return: %d", ready);
+        if (ready == 0) errno = ETIMEDOUT;
+        return -1;
+    }
+    for (int i = 0; i < kOnceCalls; ++i) {
+        ssize_t n = call();
+        if (n != -1) return static_cast<int>(n);
+        if (!transient(errno)) return -1;
+    }
+    return -1;
+}
+
+}  // namespace
+
+extern "C" {
+
+HTTP_UTIL_API int http_util_fd_write(int fd, const void *buf, int count, int /*timeout*/) {
+    if (fd == -1) return -1;
+    if (count == 0) return 0;
+    const char *p = static_cast<const char *>(buf);
+    size_t left = static_cast<size_t>(count);
+    int waits = 0;
+    for (;;) {
+        ssize_t n = write(fd, p, left);
+        if (n > 0) {
+            p += n;
+            left -= static_cast<size_t>(n);
+            if (left == 0) return 0;
+            continue;
+        }
+        if (n == 0 || !transient(errno)) return -1;
+        if (waits >= kWriteWaits) return -1;
+        ++waits;
+        (void)http_select_fd(fd, 1, kWaitWrite);
+    }
+}
+
+HTTP_UTIL_API int http_util_fd_write_nonblock(int fd, const void *buf, unsigned count,
+                                              int seconds) {
+    return wait_then_once(fd, seconds, kWaitWrite, [&] { return write(fd, buf, count); });
+}
+
+HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds) {
+    return wait_then_once(fd, seconds, kWaitRead, [&] { return read(fd, buf, max); });
+}
+
+HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen) {
+    static char text[128];
+    switch (sa->sa_family) {
+    case AF_INET: {
+        const auto *sin = reinterpret_cast<const sockaddr_in *>(sa);
+        if (inet_ntop(AF_INET, &sin->sin_addr, text, sizeof text) == nullptr) return "NULL";
+        if (sin->sin_port != 0) {
+            size_t len = strlen(text);
+            snprintf(text + len, sizeof text - len, " %d", ntohs(sin->sin_port));
+        }
+        return text;
+    }
+    case AF_INET6: {
+        const auto *sin6 = reinterpret_cast<const sockaddr_in6 *>(sa);
+        if (inet_ntop(AF_INET6, &sin6->sin6_addr, text, sizeof text) == nullptr) return "NULL";
+        if (sin6->sin6_port != 0) {
+            size_t len = strlen(text);
+            snprintf(text + len, sizeof text - len, " %d", ntohs(sin6->sin6_port));
+        }
+        return text;
+    }
+    case AF_UNIX: {
+        const auto *sun = reinterpret_cast<const sockaddr_un *>(sa);
+        if (sun->sun_path[0] == '\0')
+            snprintf(text, sizeof text, "(no pathname bound)");
+        else
+            snprintf(text, sizeof text, "%.*s", static_cast<int>(sizeof sun->sun_path),
+                     sun->sun_path);
+        return text;
+    }
+    default:
+        snprintf(text, sizeof text, "sock_ntop: unknown AF_xxx: %d, len %d", sa->sa_family,
+                 salen);
+        return text;
+    }
+}
+
+}  // extern "C"

@@ -1,0 +1,2 @@
+list(APPEND HTTP_UTIL_SOURCES
+    src/net/io.cpp)
