@@ -1,0 +1,51 @@
+#include "loopback_peer.h"
+
+#include <cstdlib>
+
+namespace peer {
+
+namespace {
+
+constexpr milliseconds kStartTimeout(15000);
+
+}  // namespace
+
+std::string LoopbackPeer::url(const std::string &path) const {
+    std::string host = host_.find(':') != std::string::npos ? "[" + host_ + "]" : host_;
+    return "http://" + host + ":" + std::to_string(port_) +
+           (path.empty() || path[0] != '/' ? "/" : "") + path;
+}
+
+void LoopbackPeer::stop() {
+    process_.stop();
+    dir_.reset();
+    port_ = 0;
+}
+
+bool LoopbackPeer::make_dir(const std::string &prefix) {
+    dir_.reset(new TempDir(prefix));
+    if (!dir_->path().empty())
+        return true;
+    error_ = "cannot create a temp directory";
+    dir_.reset();
+    return false;
+}
+
+bool LoopbackPeer::start_announcing(const ChildProcess::Spec &spec, const std::string &what) {
+    ChildProcess::Spec piped = spec;
+    piped.pipe_stdout = true;
+    const std::string prefix = "listening on ";
+    std::string line;
+    if (process_.start(piped) && process_.read_line(&line, kStartTimeout) &&
+        line.rfind(prefix, 0) == 0) {
+        port_ = std::atoi(line.substr(line.rfind(':') + 1).c_str());
+        if (port_ > 0)
+            return true;
+    }
+    error_ = what + " did not start: " + process_.error() + line + "\n" +
+             (spec.stderr_path.empty() ? std::string() : read_file(spec.stderr_path));
+    stop();
+    return false;
+}
+
+}  // namespace peer
