@@ -3,6 +3,7 @@
 # recording fakes linked through test_support stay untouched.
 add_executable(peer_tests
     peers/curl_client.cpp
+    peers/multipart_sink_test.cpp
     peers/nginx_peer_test.cpp)
 target_include_directories(peer_tests PRIVATE peers)
 target_link_libraries(peer_tests PRIVATE test_support)
