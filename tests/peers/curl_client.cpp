@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "child_process.h"
+#include "file_util.h"
 #include "temp_dir.h"
 
 namespace peer {
@@ -33,9 +34,9 @@ bool have_curl() { return !find_program("curl").empty(); }
 
 CurlResult curl(const std::vector<std::string> &args) {
     CurlResult result;
-    TempDir dir("http_util_curl");
-    std::vector<std::string> argv = {"curl", "-sS", "--max-time", "20", "-o", dir / "body",
-                                     "-D", dir / "head",
+    TempDir dir;
+    std::vector<std::string> argv = {"curl", "-sS", "--max-time", "20", "-o", dir.file("body"),
+                                     "-D", dir.file("head"),
                                      "-w", "%{http_code}\t%{num_redirects}\t%{url_effective}"};
     argv.insert(argv.end(), args.begin(), args.end());
     RunResult run = run_program(argv, milliseconds(30000));
@@ -48,9 +49,9 @@ CurlResult curl(const std::vector<std::string> &args) {
     if (std::getline(w, field, '\t'))
         result.redirects = std::atoi(field.c_str());
     std::getline(w, result.final_url);
-    result.body = read_file(dir / "body");
+    result.body = read_file(dir.file("body"));
     // With -L the head file holds every response's head; keep the last.
-    std::string heads = read_file(dir / "head");
+    std::string heads = read_file(dir.file("head"));
     size_t end = heads.size() > 4 ? heads.size() - 4 : 0;
     size_t last = end > 0 ? heads.rfind("\r\n\r\n", end - 1) : std::string::npos;
     result.head = last == std::string::npos ? heads : heads.substr(last + 4);

@@ -28,7 +28,7 @@ protected:
 
     FileServerPeer server_;
     std::string data_;
-    TempDir files_{"http_util_upload"};
+    TempDir files_;
 };
 
 TEST_F(FileServerTest, ServesFilesWithRangesAndLastModified) {
@@ -93,18 +93,18 @@ TEST_F(FileServerTest, RedirectChainEndsAtTheFile) {
 TEST_F(FileServerTest, UploadsLandByteIdentical) {
     start();
     std::string data = random_bytes(300001, 9);
-    ASSERT_TRUE(write_file(files_ / "up.bin", data));
+    ASSERT_TRUE(write_file(files_.file("up.bin"), data));
 
     // A multipart file part goes under its filename's base name, whatever
     // directories the filename names.
-    CurlResult form = curl({"-F", "file1=@" + (files_ / "up.bin") + ";filename=/some/dir/up.bin",
+    CurlResult form = curl({"-F", "file1=@" + files_.file("up.bin") + ";filename=/some/dir/up.bin",
                             server_.url("/upload")});
     ASSERT_EQ(form.exit_code, 0) << form.error;
     EXPECT_EQ(form.status, 200) << form.body;
     EXPECT_TRUE(read_file(server_.upload_dir() + "/up.bin") == data);
 
     // Any other body goes under the URL path.
-    CurlResult raw = curl({"--data-binary", "@" + (files_ / "up.bin"), "-H",
+    CurlResult raw = curl({"--data-binary", "@" + files_.file("up.bin"), "-H",
                            "Content-Type: application/octet-stream", server_.url("/in/raw.bin")});
     ASSERT_EQ(raw.exit_code, 0) << raw.error;
     EXPECT_EQ(raw.status, 200) << raw.body;

@@ -23,7 +23,7 @@ protected:
         ASSERT_TRUE(sink_.start(options)) << sink_.error();
     }
 
-    TempDir files_{"http_util_upload"};
+    TempDir files_;
     MultipartSink sink_;
 };
 
@@ -34,8 +34,8 @@ TEST_F(MultipartSinkTest, StoresUploadsByteIdenticalWithNameAndFilename) {
     for (size_t size : sizes) {
         std::string name = "f" + std::to_string(size) + ".bin";
         sent.push_back(random_bytes(size, size + 7));
-        ASSERT_TRUE(write_file(files_ / name, sent.back()));
-        CurlResult r = curl({"-F", "file1=@" + (files_ / name), sink_.url("/upload")});
+        ASSERT_TRUE(write_file(files_.file(name), sent.back()));
+        CurlResult r = curl({"-F", "file1=@" + files_.file(name), sink_.url("/upload")});
         ASSERT_EQ(r.exit_code, 0) << r.error;
         EXPECT_EQ(r.status, 200) << name;
         EXPECT_EQ(r.body, "OK\n");
@@ -62,9 +62,9 @@ TEST_F(MultipartSinkTest, StoresUploadsByteIdenticalWithNameAndFilename) {
 
 TEST_F(MultipartSinkTest, KeepsFilenameExactlyAsSent) {
     start();
-    ASSERT_TRUE(write_file(files_ / "x", "\r\n--"));
+    ASSERT_TRUE(write_file(files_.file("x"), "\r\n--"));
     const std::string filename = "/tmp/some dir/sub/x.bin";
-    CurlResult r = curl({"-F", "file1=@" + (files_ / "x") + ";filename=" + filename, sink_.url()});
+    CurlResult r = curl({"-F", "file1=@" + files_.file("x") + ";filename=" + filename, sink_.url()});
     ASSERT_EQ(r.exit_code, 0) << r.error;
     auto parts = sink_.parts();
     ASSERT_EQ(parts.size(), 1u);
@@ -76,8 +76,8 @@ TEST_F(MultipartSinkTest, KeepsFilenameExactlyAsSent) {
 TEST_F(MultipartSinkTest, StoresOctetStreamBodyAsIs) {
     start();
     std::string data = random_bytes(70000, 3);
-    ASSERT_TRUE(write_file(files_ / "raw", data));
-    CurlResult r = curl({"--data-binary", "@" + (files_ / "raw"), "-H",
+    ASSERT_TRUE(write_file(files_.file("raw"), data));
+    CurlResult r = curl({"--data-binary", "@" + files_.file("raw"), "-H",
                          "Content-Type: application/octet-stream", sink_.url("/raw/path")});
     ASSERT_EQ(r.exit_code, 0) << r.error;
     EXPECT_EQ(r.status, 200);
@@ -96,8 +96,8 @@ TEST_F(MultipartSinkTest, AnswersTheConfiguredStatusAndBody) {
     options.reply = "created here\n";
     options.reply_chunked = true;
     start(options);
-    ASSERT_TRUE(write_file(files_ / "one", "1"));
-    CurlResult r = curl({"--raw", "-F", "file1=@" + (files_ / "one"), sink_.url()});
+    ASSERT_TRUE(write_file(files_.file("one"), "1"));
+    CurlResult r = curl({"--raw", "-F", "file1=@" + files_.file("one"), sink_.url()});
     ASSERT_EQ(r.exit_code, 0) << r.error;
     EXPECT_EQ(r.status, 201);
     EXPECT_EQ(r.header("Transfer-Encoding"), "chunked");
@@ -110,15 +110,15 @@ TEST_F(MultipartSinkTest, AnswersTheConfiguredStatusAndBody) {
     options = MultipartSink::Options();
     options.status = 404;
     start(options);
-    EXPECT_EQ(curl({"-F", "file1=@" + (files_ / "one"), sink_.url()}).status, 404);
+    EXPECT_EQ(curl({"-F", "file1=@" + files_.file("one"), sink_.url()}).status, 404);
 }
 
 TEST_F(MultipartSinkTest, DiscardModeCountsBytesAndKeepsNothing) {
     MultipartSink::Options options;
     options.discard = true;
     start(options);
-    ASSERT_TRUE(write_file(files_ / "d", random_bytes(200000)));
-    CurlResult r = curl({"--data-binary", "@" + (files_ / "d"), sink_.url()});
+    ASSERT_TRUE(write_file(files_.file("d"), random_bytes(200000)));
+    CurlResult r = curl({"--data-binary", "@" + files_.file("d"), sink_.url()});
     ASSERT_EQ(r.exit_code, 0) << r.error;
     EXPECT_EQ(r.status, 200);
     auto parts = sink_.parts();
@@ -135,8 +135,8 @@ TEST_F(MultipartSinkTest, MissingClosingDelimiterIsRecordedAndAnswered400) {
     std::string body = "--" + boundary +
                        "\r\nContent-Disposition: form-data; name=\"file1\"; filename=\"a\"\r\n"
                        "Content-Type: application/octet-stream\r\n\r\nabc";
-    ASSERT_TRUE(write_file(files_ / "form", body));
-    CurlResult r = curl({"--data-binary", "@" + (files_ / "form"), "-H",
+    ASSERT_TRUE(write_file(files_.file("form"), body));
+    CurlResult r = curl({"--data-binary", "@" + files_.file("form"), "-H",
                          "Content-Type: multipart/form-data; boundary=" + boundary, sink_.url()});
     EXPECT_EQ(r.status, 400);
     auto parts = sink_.parts();

@@ -78,19 +78,19 @@ std::string find_program(const std::string &name, const std::vector<std::string>
     return std::string();
 }
 
-bool ChildProcess::start(const Spec &spec) {
+bool ChildProcess::start(const Command &command) {
     stop();
     error_.clear();
     pending_.clear();
     status_ = -1;
-    if (spec.argv.empty() || !executable(spec.argv[0])) {
-        error_ = "not an executable: " + (spec.argv.empty() ? std::string() : spec.argv[0]);
+    if (command.argv.empty() || !executable(command.argv[0])) {
+        error_ = "not an executable: " + (command.argv.empty() ? std::string() : command.argv[0]);
         return false;
     }
 
     // Everything the child needs is prepared before fork.
     std::vector<char *> argv;
-    for (const auto &arg : spec.argv)
+    for (const auto &arg : command.argv)
         argv.push_back(const_cast<char *>(arg.c_str()));
     argv.push_back(nullptr);
 
@@ -102,23 +102,23 @@ bool ChildProcess::start(const Spec &spec) {
             if (fd >= 0)
                 close(fd);
     };
-    if (spec.pipe_stdout) {
+    if (command.pipe_stdout) {
         if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
             error_ = std::string("pipe: ") + strerror(errno);
             return false;
         }
     } else {
-        const std::string &path = spec.stdout_path.empty() ? std::string("/dev/null") : spec.stdout_path;
+        const std::string &path = command.stdout_path.empty() ? std::string("/dev/null") : command.stdout_path;
         out_fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     }
-    if (!spec.stderr_path.empty())
-        err_fd = open(spec.stderr_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (!command.stderr_path.empty())
+        err_fd = open(command.stderr_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
 
     int in_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
     pid_t parent = getpid();
     pid_t pid = fork();
     if (pid == 0)
-        exec_child(argv.data(), in_fd, spec.pipe_stdout ? pipe_fds[1] : out_fd, err_fd, parent);
+        exec_child(argv.data(), in_fd, command.pipe_stdout ? pipe_fds[1] : out_fd, err_fd, parent);
     if (in_fd >= 0)
         close(in_fd);
     if (pid < 0) {
@@ -129,7 +129,7 @@ bool ChildProcess::start(const Spec &spec) {
 
     pid_ = pid;
     pidfd_ = open_pidfd(pid);
-    if (spec.pipe_stdout) {
+    if (command.pipe_stdout) {
         out_fd_ = pipe_fds[0];
         pipe_fds[0] = -1;
     }

@@ -21,7 +21,7 @@ std::string find_program(const std::string &name, const std::vector<std::string>
 
 class ChildProcess {
 public:
-    struct Spec {
+    struct Command {
         std::vector<std::string> argv;  // argv[0] is the program's path
         bool pipe_stdout = false;       // read it with read_line()
         std::string stdout_path;        // else a file (empty: /dev/null)
@@ -36,7 +36,7 @@ public:
     // Starts the program; false with error() set when it cannot be started.
     // The child gets SIGKILL when the thread that started it ends, so even a
     // crashed test leaves nothing running.
-    bool start(const Spec &spec);
+    bool start(const Command &command);
 
     // One line of the child's stdout (without the newline), waiting at most
     // `timeout`. False on timeout, end of output or the child's exit.

@@ -19,7 +19,7 @@ bool FileServerPeer::start(const Options &options) {
         error_ = "http-file-server was not built (it needs libcpp-httplib-dev)";
         return false;
     }
-    if (!make_dir("http_util_files"))
+    if (!make_dir())
         return false;
     root_ = path("root");
     upload_dir_ = path("uploads");
@@ -28,14 +28,14 @@ bool FileServerPeer::start(const Options &options) {
         stop();
         return false;
     }
-    ChildProcess::Spec spec;
-    spec.argv = {binary, "--root", root_, "--upload-dir", upload_dir_, "--port", "0"};
+    ChildProcess::Command command;
+    command.argv = {binary, "--root", root_, "--upload-dir", upload_dir_, "--port", "0"};
     if (options.slow > 0) {
-        spec.argv.push_back("--slow");
-        spec.argv.push_back(std::to_string(options.slow));
+        command.argv.push_back("--slow");
+        command.argv.push_back(std::to_string(options.slow));
     }
-    spec.stderr_path = path("requests.log");
-    return start_announcing(spec, "the file server");
+    command.stderr_path = path("requests.log");
+    return start_announcing(command, "the file server");
 }
 
 void FileServerPeer::stop() {

@@ -1,6 +1,7 @@
 #include "loopback_peer.h"
 
 #include <cstdlib>
+#include <exception>
 
 namespace peer {
 
@@ -22,17 +23,18 @@ void LoopbackPeer::stop() {
     port_ = 0;
 }
 
-bool LoopbackPeer::make_dir(const std::string &prefix) {
-    dir_.reset(new TempDir(prefix));
-    if (!dir_->path().empty())
+bool LoopbackPeer::make_dir() {
+    try {
+        dir_.reset(new TempDir);
         return true;
-    error_ = "cannot create a temp directory";
-    dir_.reset();
-    return false;
+    } catch (const std::exception &e) {
+        error_ = std::string("cannot create a temp directory: ") + e.what();
+        return false;
+    }
 }
 
-bool LoopbackPeer::start_announcing(const ChildProcess::Spec &spec, const std::string &what) {
-    ChildProcess::Spec piped = spec;
+bool LoopbackPeer::start_announcing(const ChildProcess::Command &command, const std::string &what) {
+    ChildProcess::Command piped = command;
     piped.pipe_stdout = true;
     const std::string prefix = "listening on ";
     std::string line;
@@ -43,7 +45,7 @@ bool LoopbackPeer::start_announcing(const ChildProcess::Spec &spec, const std::s
             return true;
     }
     error_ = what + " did not start: " + process_.error() + line + "\n" +
-             (spec.stderr_path.empty() ? std::string() : read_file(spec.stderr_path));
+             (command.stderr_path.empty() ? std::string() : read_file(command.stderr_path));
     stop();
     return false;
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "child_process.h"
+#include "file_util.h"
 #include "temp_dir.h"
 
 namespace peer {
@@ -32,13 +33,13 @@ protected:
     LoopbackPeer() = default;
     ~LoopbackPeer() { stop(); }
 
-    // A fresh temp directory named after `prefix`; false with error() set.
-    bool make_dir(const std::string &prefix);
+    // A fresh temp directory; false with error() set.
+    bool make_dir();
     // Starts a program that prints "listening on HOST:PORT" first on its
     // stdout, and takes the port from that line. On failure the program's
-    // stderr (spec.stderr_path) goes into error().
-    bool start_announcing(const ChildProcess::Spec &spec, const std::string &what);
-    std::string path(const std::string &name) const { return dir_ ? *dir_ / name : std::string(); }
+    // stderr (command.stderr_path) goes into error().
+    bool start_announcing(const ChildProcess::Command &command, const std::string &what);
+    std::string path(const std::string &name) const { return dir_ ? dir_->file(name) : std::string(); }
 
     std::unique_ptr<TempDir> dir_;
     ChildProcess process_;

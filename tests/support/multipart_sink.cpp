@@ -57,7 +57,7 @@ bool MultipartSink::start(const Options &options) {
         error_ = "no IPv6 loopback address on this machine";
         return false;
     }
-    if (!make_dir("http_util_sink"))
+    if (!make_dir())
         return false;
     std::string reply_file = path("reply.bin");
     if (!write_file(reply_file, options.reply)) {
@@ -66,16 +66,16 @@ bool MultipartSink::start(const Options &options) {
         return false;
     }
     host_ = options.ipv6 ? "::1" : "127.0.0.1";
-    ChildProcess::Spec spec;
-    spec.argv = {python, std::string(HTTP_UTIL_PEERS_DIR) + "/multipart_sink.py",
+    ChildProcess::Command command;
+    command.argv = {python, std::string(HTTP_UTIL_PEERS_DIR) + "/multipart_sink.py",
                  "--dir", dir_->path(), "--bind", host_, "--port", "0",
                  "--status", std::to_string(options.status), "--reply-file", reply_file};
     if (options.reply_chunked)
-        spec.argv.push_back("--reply-chunked");
+        command.argv.push_back("--reply-chunked");
     if (options.discard)
-        spec.argv.push_back("--discard");
-    spec.stderr_path = path("stderr.log");
-    return start_announcing(spec, "the upload sink");
+        command.argv.push_back("--discard");
+    command.stderr_path = path("stderr.log");
+    return start_announcing(command, "the upload sink");
 }
 
 void MultipartSink::stop() {

@@ -120,24 +120,24 @@ bool NginxPeer::start(const Options &options) {
 
 bool NginxPeer::start_once(const Options &options, bool *port_taken) {
     process_.stop();
-    if (!make_dir("http_util_nginx"))
+    if (!make_dir())
         return false;
-    docroot_ = *dir_ / "docroot";
+    docroot_ = dir_->file("docroot");
     port_ = pick_free_port(options.ipv6);
-    if (port_ == 0 || !make_dirs(docroot_) || !make_dirs(*dir_ / "tmp")) {
+    if (port_ == 0 || !make_dirs(docroot_) || !make_dirs(dir_->file("tmp"))) {
         error_ = "cannot prepare the nginx directory or port";
         return false;
     }
-    std::string conf = *dir_ / "nginx.conf";
+    std::string conf = dir_->file("nginx.conf");
     if (!write_file(conf, config_text(options))) {
         error_ = "cannot write " + conf;
         return false;
     }
-    ChildProcess::Spec spec;
-    spec.argv = {nginx_path(), "-p", dir_->path(), "-c", conf, "-e", *dir_ / "error.log"};
-    spec.stdout_path = *dir_ / "stdout.log";
-    spec.stderr_path = *dir_ / "stderr.log";
-    if (!process_.start(spec)) {
+    ChildProcess::Command command;
+    command.argv = {nginx_path(), "-p", dir_->path(), "-c", conf, "-e", dir_->file("error.log")};
+    command.stdout_path = dir_->file("stdout.log");
+    command.stderr_path = dir_->file("stderr.log");
+    if (!process_.start(command)) {
         error_ = process_.error();
         return false;
     }
@@ -145,7 +145,7 @@ bool NginxPeer::start_once(const Options &options, bool *port_taken) {
         (!options.ipv6 || wait_until_accepting("::1", port_, &process_, kStartTimeout)))
         return true;
     process_.stop();
-    std::string log = error_log() + read_file(*dir_ / "stderr.log");
+    std::string log = error_log() + read_file(dir_->file("stderr.log"));
     *port_taken = log.find("Address already in use") != std::string::npos;
     error_ = "nginx did not start on port " + std::to_string(port_) + ":\n" + log;
     return false;

@@ -1,48 +1,75 @@
-// A private temporary directory that is removed with everything in it when
-// the owner goes out of scope, and the file helpers the peers' tests share.
+// A scratch directory removed with everything in it when the owner goes.
 #ifndef HTTP_UTIL_TESTS_TEMP_DIR_H
 #define HTTP_UTIL_TESTS_TEMP_DIR_H
 
-#include <stdint.h>
-#include <time.h>
+#include <dirent.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <fstream>
+#include <stdexcept>
 #include <string>
-
-namespace peer {
+#include <vector>
 
 class TempDir {
 public:
-    // Creates $TMPDIR/<prefix>.XXXXXX (or under /tmp); path() is empty on failure.
-    explicit TempDir(const std::string &prefix = "http_util_test");
-    ~TempDir() { remove(); }
+    TempDir() {
+        char tmpl[] = "/tmp/http_util_test_XXXXXX";
+        if (mkdtemp(tmpl) == nullptr) throw std::runtime_error("mkdtemp");
+        path_ = tmpl;
+    }
+    ~TempDir() { remove_tree(path_); }
     TempDir(const TempDir &) = delete;
     TempDir &operator=(const TempDir &) = delete;
 
     const std::string &path() const { return path_; }
-    std::string operator/(const std::string &name) const { return path_ + "/" + name; }
-    // Removes the directory tree now (also done by the destructor).
-    void remove();
+    std::string file(const std::string &name) const { return path_ + "/" + name; }
+
+    // Writes a file and returns its path.
+    std::string write(const std::string &name, const std::string &content) const {
+        std::string p = file(name);
+        std::ofstream(p, std::ios::binary) << content;
+        return p;
+    }
+
+    static std::string read(const std::string &p) {
+        std::ifstream in(p, std::ios::binary);
+        return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    }
+
+    // Names in the directory, without "." and "..".
+    std::vector<std::string> entries() const {
+        std::vector<std::string> out;
+        if (DIR *d = opendir(path_.c_str())) {
+            while (dirent *e = readdir(d)) {
+                std::string n = e->d_name;
+                if (n != "." && n != "..") out.push_back(n);
+            }
+            closedir(d);
+        }
+        return out;
+    }
 
 private:
+    static void remove_tree(const std::string &p) {
+        if (DIR *d = opendir(p.c_str())) {
+            while (dirent *e = readdir(d)) {
+                std::string n = e->d_name;
+                if (n == "." || n == "..") continue;
+                std::string child = p + "/" + n;
+                struct stat st;
+                if (lstat(child.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+                    remove_tree(child);
+                else
+                    unlink(child.c_str());
+            }
+            closedir(d);
+        }
+        rmdir(p.c_str());
+    }
+
     std::string path_;
 };
-
-// Bytes of a reproducible pseudo-random sequence: the same seed and size
-// give the same bytes.
-std::string random_bytes(size_t size, uint64_t seed = 1);
-
-// Writes `data` to `path` (created or truncated; parent directories made);
-// sets its modification time when `mtime` is not -1. False on any failure.
-bool write_file(const std::string &path, const std::string &data, time_t mtime = -1);
-
-// The whole file; empty and *ok false when it cannot be read.
-std::string read_file(const std::string &path, bool *ok = nullptr);
-
-// Modification time of a file, -1 when it cannot be read.
-time_t file_mtime(const std::string &path);
-
-bool make_dirs(const std::string &path);
-
-}  // namespace peer
 
 #endif

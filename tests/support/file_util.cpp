@@ -1,42 +1,13 @@
-#include "temp_dir.h"
+#include "file_util.h"
 
 #include <errno.h>
 #include <fcntl.h>
-#include <ftw.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <random>
-#include <vector>
 
 namespace peer {
-
-TempDir::TempDir(const std::string &prefix) {
-    const char *base = getenv("TMPDIR");
-    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/" + prefix + ".XXXXXX";
-    std::vector<char> buf(tmpl.begin(), tmpl.end());
-    buf.push_back('\0');
-    if (mkdtemp(buf.data()))
-        path_ = buf.data();
-}
-
-namespace {
-
-int remove_entry(const char *path, const struct stat *, int, struct FTW *) {
-    ::remove(path);
-    return 0;
-}
-
-}  // namespace
-
-void TempDir::remove() {
-    if (path_.empty())
-        return;
-    // Depth first, without following links out of the tree.
-    nftw(path_.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
-    path_.clear();
-}
 
 std::string random_bytes(size_t size, uint64_t seed) {
     std::mt19937_64 gen(seed * 0x9E3779B97F4A7C15ull + size);
