@@ -1,9 +1,11 @@
-// Test main shared by the suites: every test starts with fresh fakes and
-// the library's options as they were when the process started.
+// Test main shared by the suites: every test starts with fresh fakes, no
+// injected faults, and the library's options as they were when the process
+// started.
 #include <gtest/gtest.h>
 
 #include "fake_device.h"
 #include "http_util.h"
+#include "interpose.h"
 
 namespace {
 
@@ -16,6 +18,7 @@ public:
 
     void OnTestStart(const testing::TestInfo &) override {
         fake::reset();
+        interpose::reset();
         g_http_opt = opt_;
         g_http_util_zlog_level = level_;
         g_http_util_zlog_category = category_;
