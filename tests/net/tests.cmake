@@ -1,0 +1,2 @@
+list(APPEND HTTP_UTIL_UNIT_TESTS
+    net/io_test.cpp)
