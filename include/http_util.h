@@ -231,6 +231,11 @@ HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds
 /* The address as text for log records ("127.0.0.1 80"): a static area that
  * the next call overwrites. */
 HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen);
+/* Reads a TLV block (ended by an element of type 0; NULL = empty) into
+ * param: HTTP_UTIL_OK, or HTTP_UTIL_ERR_PARAM for an unknown type or a wrong
+ * length, with the elements before it already stored. The last of several
+ * elements of one type wins. */
+HTTP_UTIL_API int http_util_parse_tlv(const void *tlv, http_util_param *param);
 
 /* ---- response handling ---- */
 

@@ -1,2 +1,3 @@
 list(APPEND HTTP_UTIL_SOURCES
-    src/net/io.cpp)
+    src/net/io.cpp
+    src/net/tlv.cpp)

@@ -1,2 +1,3 @@
 list(APPEND HTTP_UTIL_UNIT_TESTS
-    net/io_test.cpp)
+    net/io_test.cpp
+    net/tlv_test.cpp)
