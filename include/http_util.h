@@ -231,6 +231,18 @@ HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds
 /* The address as text for log records ("127.0.0.1 80"): a static area that
  * the next call overwrites. */
 HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen);
+/* The URL record of an http:// URL (scheme compared without case): host,
+ * port (80 by default), path, file name and the server address, resolved
+ * through the device resolver (with is_mgmt) unless the host is an address
+ * literal; param is copied, mgmt_name (may be NULL) cut to 15 characters.
+ * Release it with free(). NULL on failure with *err set to
+ * HTTP_UTIL_ERR_PARAM, _NOT_HTTP, _NOMEM, _URL_FORMAT or _RESOLVE; *err is
+ * not written on success. A host (or bracketed IPv6 address) of 256
+ * characters or more is refused with HTTP_UTIL_ERR_URL_FORMAT, never cut.
+ * The record keeps the url pointer: the text must outlive it. */
+HTTP_UTIL_API http_url_param *http_create_url_param(const char *url, int *err,
+                                                    const http_util_param *param,
+                                                    uint32_t is_mgmt, const char *mgmt_name);
 /* Reads a TLV block (ended by an element of type 0; NULL = empty) into
  * param: HTTP_UTIL_OK, or HTTP_UTIL_ERR_PARAM for an unknown type or a wrong
  * length, with the elements before it already stored. The last of several

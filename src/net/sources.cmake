@@ -1,3 +1,4 @@
 list(APPEND HTTP_UTIL_SOURCES
     src/net/io.cpp
-    src/net/tlv.cpp)
+    src/net/tlv.cpp
+    src/net/url.cpp)
