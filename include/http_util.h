@@ -243,6 +243,14 @@ HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen);
 HTTP_UTIL_API http_url_param *http_create_url_param(const char *url, int *err,
                                                     const http_util_param *param,
                                                     uint32_t is_mgmt, const char *mgmt_name);
+/* A TCP socket connected to addr (blocking connect), placed in a VRF (vrf
+ * > 0; else with is_mgmt the VRF of the interface mgmt_name or of the
+ * management port) and bound to the IPv4 source src_ip (network order, 0 =
+ * none; IPv4 servers only); non-blocking when nonblock is non-zero.
+ * The descriptor, or -1 with nothing left open (the reason is logged). */
+HTTP_UTIL_API int http_create_socket(const struct sockaddr *addr, int addrlen, int nonblock,
+                                     int is_mgmt, uint32_t src_ip, const char *mgmt_name,
+                                     int vrf);
 /* Reads a TLV block (ended by an element of type 0; NULL = empty) into
  * param: HTTP_UTIL_OK, or HTTP_UTIL_ERR_PARAM for an unknown type or a wrong
  * length, with the elements before it already stored. The last of several

@@ -1,4 +1,5 @@
 list(APPEND HTTP_UTIL_SOURCES
     src/net/io.cpp
+    src/net/socket.cpp
     src/net/tlv.cpp
     src/net/url.cpp)

@@ -19,6 +19,7 @@ size_t fail_calloc_bytes = 0;
 int watch_write_fd = -1;
 std::vector<size_t> writes;
 std::set<int> sockopt_pretend_ok;
+int fail_bind_errno = 0;
 
 namespace {
 std::mutex sockopt_mutex;
@@ -35,6 +36,7 @@ void reset() {
     open_failures = 0;
     fail_calloc_bytes = 0;
     watch_write_fd = -1;
+    fail_bind_errno = 0;
     writes.clear();
     std::lock_guard<std::mutex> lock(sockopt_mutex);
     sockopt_log.clear();
@@ -48,6 +50,7 @@ namespace {
 using open_fn = int (*)(const char *, int, ...);
 using write_fn = ssize_t (*)(int, const void *, size_t);
 using setsockopt_fn = int (*)(int, int, int, const void *, socklen_t);
+using bind_fn = int (*)(int, const sockaddr *, socklen_t);
 
 template <typename Fn>
 Fn real(const char *name) {
@@ -114,6 +117,14 @@ int setsockopt(int fd, int level, int name, const void *value, socklen_t len) {
     interpose::sockopt_log.push_back({fd, level, name, v, len, result});
     errno = saved;
     return result;
+}
+
+int bind(int fd, const sockaddr *addr, socklen_t len) {
+    if (interpose::fail_bind_errno != 0) {
+        errno = interpose::fail_bind_errno;
+        return -1;
+    }
+    return real<bind_fn>("bind")(fd, addr, len);
 }
 
 }  // extern "C"

@@ -41,6 +41,9 @@ std::vector<SockoptCall> sockopt_calls();
 // (set before the calls to observe).
 extern std::set<int> sockopt_pretend_ok;
 
+// bind() fails with this errno while it is non-zero.
+extern int fail_bind_errno;
+
 // Restores every interposed call to the C library's behaviour.
 void reset();
 
