@@ -38,15 +38,6 @@ inline double seconds_since(std::chrono::steady_clock::time_point t0) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 }
 
-// Records reach the fake platform log only once a category exists.
-class Logged : public testing::Test {
-protected:
-    void SetUp() override { g_http_util_zlog_category = &tag_; }
-
-private:
-    int tag_ = 0;
-};
-
 }  // namespace nettest
 
 #endif

@@ -17,10 +17,9 @@ namespace {
 using http_util_internal::http_buffered_send;
 
 // A handle on one end of a socket pair; the writes to it are recorded.
-class Writer : public nettest::Logged {
+class Writer : public testing::Test {
 protected:
     void SetUp() override {
-        nettest::Logged::SetUp();
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, sv_), 0);
         util_ = http_create_util();
         ASSERT_NE(util_, nullptr);
@@ -148,9 +147,8 @@ TEST_F(Writer, UnbufferedPiecesGoOutAsTheyCome) {
 
 // ---- on the wire ----
 
-class RequestOnTheWire : public nettest::Logged {};
 
-TEST_F(RequestOnTheWire, HeadArrivesByteForByte) {
+TEST(RequestOnTheWire, HeadArrivesByteForByte) {
     scripted::Server srv;
     srv.read_request().close();
     srv.start();

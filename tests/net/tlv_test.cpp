@@ -49,9 +49,8 @@ std::string src_log(const char *dotted) {
     return text;
 }
 
-class Tlv : public nettest::Logged {};
 
-TEST_F(Tlv, BlocksAndTheirResults) {
+TEST(Tlv, BlocksAndTheirResults) {
     uint32_t a = addr("127.0.0.2"), b = addr("127.0.0.3");
     Bytes two;
     element(two, 1, 4, &a);
@@ -84,14 +83,14 @@ TEST_F(Tlv, BlocksAndTheirResults) {
     }
 }
 
-TEST_F(Tlv, NullBlockStoresNothing) {
+TEST(Tlv, NullBlockStoresNothing) {
     http_util_param param = {};
     EXPECT_EQ(http_util_parse_tlv(nullptr, &param), 0);
     EXPECT_EQ(param.src_ip, 0u);
     EXPECT_TRUE(fake::device().logs.empty());
 }
 
-TEST_F(Tlv, UnalignedBlockIsRead) {
+TEST(Tlv, UnalignedBlockIsRead) {
     uint32_t a = addr("127.0.0.2");
     Bytes b = {0};
     element(b, 1, 4, &a);

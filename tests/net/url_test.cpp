@@ -27,7 +27,7 @@ struct Made {
     ~Made() { free(up); }
 };
 
-class Url : public nettest::Logged {
+class Url : public testing::Test {
 protected:
     // The record of url, made with a zeroed parameter record.
     static void make(Made &m, const char *url, uint32_t is_mgmt = 0,
