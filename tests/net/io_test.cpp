@@ -58,14 +58,6 @@ TEST(RawIo, WriteOfNothingTouchesNoDescriptor) {
     EXPECT_EQ(http_util_fd_write(-1, "x", 1, 5), -1);
 }
 
-TEST(RawIo, WriteDeliversEveryByte) {
-    Pair p;
-    EXPECT_EQ(http_util_fd_write(p.fd[0], "hello", 5, 5), 0);
-    char buf[8] = {};
-    EXPECT_EQ(read(p.fd[1], buf, sizeof buf), 5);
-    EXPECT_STREQ(buf, "hello");
-}
-
 TEST(RawIo, WriteToAClosedPeerFails) {
     Pair p;
     close(p.fd[1]);

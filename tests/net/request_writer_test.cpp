@@ -122,14 +122,10 @@ TEST_F(Writer, FailedWriteIsReportedAndDropsTheBytes) {
     EXPECT_EQ(http_flush(util_), -1);
     EXPECT_EQ(util_->send_len, 0);
 
-    util_->send_len = 1020;
-    EXPECT_EQ(http_post_header(util_, "Host", "v"), -1) << "the name fills the buffer";
-    EXPECT_EQ(util_->last_err, -1);
-    util_->send_len = 1018;
-    EXPECT_EQ(http_post_header(util_, "Host", "value"), -1) << "the separator fills it";
-    EXPECT_EQ(util_->last_err, -1);
+    // A failure in the middle of a line: the value fills the buffer.
     util_->send_len = 1015;
-    EXPECT_EQ(http_post_header(util_, "Host", "value"), -1) << "the value fills it";
+    EXPECT_EQ(http_post_header(util_, "Host", "value"), -1);
+    EXPECT_EQ(util_->last_err, -1);
     util_->send_len = 1023;
     EXPECT_EQ(http_post_header(util_, nullptr, nullptr), -1) << "the end of the head fills it";
 }

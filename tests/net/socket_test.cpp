@@ -179,6 +179,7 @@ void run_vrf_cases(const std::vector<VrfCase> &cases) {
         auto &d = fake::device();
         d.logs.clear();
         d.if_index_calls.clear();
+        d.if_vrf_calls.clear();
         d.ifindex = {{"mgmt0", 4}, {"mgmt1", 5}, {"mgmt2", 6}};
         d.if_vrf = {{5, 9}, {6, 0}};
         interpose::reset();
@@ -197,8 +198,9 @@ void run_vrf_cases(const std::vector<VrfCase> &cases) {
         auto logs = c.logs;
         if (c.connects) logs.push_back(address_log(l.addr, c.options.empty() ? 0 : c.options[0].value));
         EXPECT_EQ(fake::log_texts(kFunc), logs) << c.name;
-        if (c.vrf > 0) {
+        if (c.vrf > 0 || c.is_mgmt == 0) {
             EXPECT_TRUE(d.if_index_calls.empty()) << c.name << ": interface looked up";
+            EXPECT_TRUE(d.if_vrf_calls.empty()) << c.name << ": interface VRF looked up";
         }
     }
 }
@@ -230,17 +232,6 @@ TEST(Socket, VrfChoiceReachesTheKernelOptions) {
          {"create_socket-->http_create_socket mgmt_name mgmt2"}},
     });
     EXPECT_TRUE(fake::device().vrf_name_calls.empty()) << "management VRF looked up";
-}
-
-TEST(Socket, NoVrfCallsNoVrfService) {
-    Listener l;
-    int fd = Call{&l.addr}.run();
-    ASSERT_GE(fd, 0);
-    close(fd);
-    const auto &d = fake::device();
-    EXPECT_TRUE(d.vrf_name_calls.empty());
-    EXPECT_TRUE(d.if_index_calls.empty());
-    EXPECT_TRUE(d.if_vrf_calls.empty());
 }
 
 #ifdef FAKE_OPTIONAL_SERVICES
