@@ -118,8 +118,10 @@ TEST(RawIo, SelectReportsReadinessAtOnce) {
 
 struct Limit {
     int given;
-    double waits;  // seconds
+    int waits;  // seconds
 };
+
+void PrintTo(const Limit &l, std::ostream *os) { *os << l.given << " s"; }
 
 class RawIoSlowSelect : public testing::TestWithParam<Limit> {};
 
@@ -133,7 +135,10 @@ TEST_P(RawIoSlowSelect, WaitsItsLimit) {
 }
 
 // No limit (0) means five seconds.
-INSTANTIATE_TEST_SUITE_P(Seconds, RawIoSlowSelect, testing::Values(Limit{0, 5}, Limit{3, 3}));
+INSTANTIATE_TEST_SUITE_P(Seconds, RawIoSlowSelect, testing::Values(Limit{0, 5}, Limit{3, 3}),
+                         [](const testing::TestParamInfo<Limit> &info) {
+                             return "given_" + std::to_string(info.param.given);
+                         });
 
 TEST(RawIoSlow, WriteGivesUpAfterFiveWaitsWhenThePeerNeverReads) {
     Pair p;
