@@ -10,6 +10,16 @@ set(HTTP_UTIL_CROSS_SYSROOT /usr/${HTTP_UTIL_CROSS_TRIPLE})
 set(CMAKE_C_COMPILER ${HTTP_UTIL_CROSS_TRIPLE}-gcc)
 set(CMAKE_CXX_COMPILER ${HTTP_UTIL_CROSS_TRIPLE}-g++)
 
+# Large-file interfaces: without them a 32-bit readdir() or stat() fails
+# with EOVERFLOW on a 64-bit host's file systems (64-bit directory cookies
+# and inode numbers, sizes past 2 GiB), which is where the tests run under
+# qemu. No public record holds an off_t or ino_t, so the ABI is unchanged;
+# time_t stays 32-bit, as on the device.
+# -Wno-psabi: only notes that GCC 7.1 changed how some C++ arguments pass,
+# nothing that this code base could ever mix.
+set(CMAKE_C_FLAGS_INIT "-D_FILE_OFFSET_BITS=64")
+set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
+
 # Headers, libraries and CMake packages come from the target's trees only
 # (a project may add its staging trees to the list); programs (cmake, sh,
 # qemu) from the build machine.
@@ -18,6 +28,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+# pkg-config likewise reads only the target's .pc files: a package installed
+# for the build machine alone is then absent, not linked by mistake.
+set(ENV{PKG_CONFIG_LIBDIR}
+    "/usr/lib/${HTTP_UTIL_CROSS_TRIPLE}/pkgconfig:${HTTP_UTIL_CROSS_SYSROOT}/lib/pkgconfig")
 
 # ctest, gtest_discover_tests and the contract tests run target programs
 # through this; -L points the emulated loader at the target's C library.
