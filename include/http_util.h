@@ -236,6 +236,13 @@ HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen);
 
 /* ---- progress ---- */
 
+/* Reports one stage (HTTP_UTIL_PROGRESS_*) of a transfer: prints on the CLI
+ * user's terminal when url->param.show_progress is 1 and keeps ref's
+ * progress record current. 0 = go on, -1 = cancel (Ctrl+C typed, or
+ * on_progress returned non-zero). ref and url may be NULL. */
+HTTP_UTIL_API int http_change_progess(uint32_t stage, http_progress_ref *ref, uint32_t count,
+                                      http_url_param *url);
+
 /* ---- upload ---- */
 
 /* ---- download ---- */

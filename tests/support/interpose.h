@@ -4,6 +4,9 @@
 #ifndef HTTP_UTIL_TESTS_INTERPOSE_H
 #define HTTP_UTIL_TESTS_INTERPOSE_H
 
+#include <time.h>
+
+#include <optional>
 #include <string>
 
 namespace interpose {
@@ -12,6 +15,13 @@ namespace interpose {
 extern std::string fail_open_path;
 // How many opens were failed that way.
 extern int open_failures;
+
+// While set, clock_gettime(CLOCK_MONOTONIC) answers this time instead of
+// the system's, so that tests can step whole seconds without sleeping.
+// Other clocks always go to the C library.
+extern std::optional<timespec> fake_monotonic;
+// Monotonic reads answered by the fake.
+extern int fake_monotonic_reads;
 
 // Restores every interposed call to the C library's behaviour.
 void reset();
