@@ -1,2 +1,4 @@
 list(APPEND HTTP_UTIL_SOURCES
-)
+    src/http/field_values.cpp
+    src/http/head_parser.cpp
+    src/http/http_date.cpp)

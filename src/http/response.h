@@ -1,0 +1,39 @@
+// Internal steps of response handling, shared by the head and body readers
+// and by the transfers above them.
+#ifndef HTTP_UTIL_HTTP_RESPONSE_H
+#define HTTP_UTIL_HTTP_RESPONSE_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#include "http_util.h"
+
+namespace http_util_internal {
+
+// Waits up to wait_s seconds (<= 0: 5) for data, then peeks without
+// consuming: bytes peeked, 0 when the peer closed, -1 with errno
+// (ETIMEDOUT when the wait ran out).
+int http_fd_peek(int fd, char *buf, size_t len, int wait_s);
+
+// The head reader behind http_read_http_response_head.
+char *http_fd_read_hunk(int fd, http_url_param *url, int *err);
+
+// Where the head ends, if the bytes seen so far hold its end: start itself
+// when the reply does not begin with "HTTP", NULL when the end is still to
+// come. peeked is where the latest peek stored its len bytes.
+const char *http_response_head_terminator(const char *start, const char *peeked, int len);
+
+// The result code of a parsed head: go on, redirect, or a named failure.
+int http_process_response_head(http_util *util, http_progress_ref *ref);
+
+// Writes a block to out past the first *skip bytes, counting *skip down;
+// flushes and tests the stream's error indicator. 1 = dealt with, 0 = failed.
+int write_data(FILE *out, const char *block, uint32_t len, uint32_t *skip);
+
+// Reads and consumes one chunk-size line: 0 with *size set, or a result code.
+int http_util_fd_read_chunk_len(int fd, int32_t *size);
+
+}  // namespace http_util_internal
+
+#endif

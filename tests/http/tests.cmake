@@ -1,0 +1,3 @@
+list(APPEND HTTP_UTIL_UNIT_TESTS
+    http/field_values_test.cpp
+    http/head_parser_test.cpp)
