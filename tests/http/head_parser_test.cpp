@@ -189,6 +189,7 @@ TEST_F(ResponseHead, TrimmingNeverTakesTheFirstCharacter) {
         {"Location: \"\" ", ""},
         {"Location:", ""},
         {"Location: \" a \" ", " a "},
+        {"Location: \"   ", " "},
     };
     for (const auto &c : cases) {
         ASSERT_EQ(parse(std::string("HTTP/1.1 200 OK\r\n") + c.line + "\r\n\r\n"), 0);
