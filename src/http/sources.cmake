@@ -1,4 +1,5 @@
 list(APPEND HTTP_UTIL_SOURCES
     src/http/field_values.cpp
     src/http/head_parser.cpp
+    src/http/head_reader.cpp
     src/http/http_date.cpp)

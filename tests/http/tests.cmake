@@ -1,3 +1,5 @@
 list(APPEND HTTP_UTIL_UNIT_TESTS
     http/field_values_test.cpp
-    http/head_parser_test.cpp)
+    http/head_parser_test.cpp
+    http/head_reader_test.cpp
+    http/wire.cpp)
