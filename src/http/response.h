@@ -31,6 +31,29 @@ int http_process_response_head(http_util *util, http_progress_ref *ref);
 // flushes and tests the stream's error indicator. 1 = dealt with, 0 = failed.
 int write_data(FILE *out, const char *block, uint32_t len, uint32_t *skip);
 
+// The body readers read through one heap block of this size.
+constexpr uint32_t kBodyBlockSize = 1024;
+// Consecutive one-second read time-outs a body reader sits out.
+constexpr int kBodyTimeouts = 30;
+
+// Where the body readers put each block: the caller's data sink when the
+// progress record has one, else the output stream past the first skip bytes.
+struct BodyTarget {
+    FILE *out;
+    http_progress_ref *ref;
+    http_progress *sink;
+    uint32_t skip;
+};
+BodyTarget body_target(FILE *out, http_progress_ref *ref, uint32_t skip);
+
+// A block handed on and reported (code 0), or why not: the code to return
+// and the text the reader logs under its own name.
+struct Delivery {
+    int code;
+    const char *failure;
+};
+Delivery deliver_block(BodyTarget &target, const char *block, uint32_t len, http_url_param *url);
+
 // Reads and consumes one chunk-size line: 0 with *size set, or a result code.
 int http_util_fd_read_chunk_len(int fd, int32_t *size);
 

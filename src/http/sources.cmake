@@ -1,4 +1,6 @@
 list(APPEND HTTP_UTIL_SOURCES
+    src/http/body.cpp
+    src/http/chunked.cpp
     src/http/field_values.cpp
     src/http/head_parser.cpp
     src/http/head_reader.cpp

@@ -1,0 +1,101 @@
+// Identity bodies: Content-Length bytes, or everything up to the close.
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "frame/log.h"
+#include "frame/raii.h"
+#include "http/response.h"
+#include "http_util.h"
+
+namespace http_util_internal {
+
+int write_data(FILE *out, const char *block, uint32_t len, uint32_t *skip) {
+    if (out == nullptr) return 1;
+    // Bytes the local file already holds are dropped, not written again.
+    if (*skip > len) {
+        *skip -= len;
+        return 1;
+    }
+    if (*skip != 0) {
+        block += *skip;
+        len -= *skip;
+        *skip = 0;
+        if (len == 0) return 1;
+    }
+    (void)fwrite(block, 1, len, out);
+    (void)fflush(out);
+    return ferror(out) ? 0 : 1;
+}
+
+BodyTarget body_target(FILE *out, http_progress_ref *ref, uint32_t skip) {
+    http_progress *sink = nullptr;
+    if (ref != nullptr && ref->progress != nullptr && ref->progress->on_data != nullptr)
+        sink = ref->progress;
+    return BodyTarget{out, ref, sink, skip};
+}
+
+Delivery deliver_block(BodyTarget &target, const char *block, uint32_t len, http_url_param *url) {
+    if (target.sink != nullptr) {
+        if (target.sink->on_data(target.sink, block, len) < 0)
+            return {HTTP_UTIL_ERR_SAVE_FILE, "proc data fail"};
+    } else if (write_data(target.out, block, len, &target.skip) == 0) {
+        return {HTTP_UTIL_ERR_SAVE_FILE, "write_data fail"};
+    }
+    if (http_change_progess(HTTP_UTIL_PROGRESS_BODY, target.ref, len, url) != 0)
+        return {HTTP_UTIL_ERR_CANCELED, "cancle by user."};
+    return {HTTP_UTIL_OK, nullptr};
+}
+
+}  // namespace http_util_internal
+
+using namespace http_util_internal;
+
+extern "C" HTTP_UTIL_API int http_fd_read_body(http_url_param *url, int fd, FILE *out,
+                                               http_progress_ref *ref, int32_t toread,
+                                               uint32_t skip) {
+    if (toread == -1) HTTP_LOG("content length not given.");
+    MallocPtr<char> block(static_cast<char *>(malloc(kBodyBlockSize)));
+    if (!block) {
+        HTTP_LOG("malloc for temp buffer failed.");
+        return HTTP_UTIL_ERR_NOMEM;
+    }
+    memset(block.get(), 0, kBodyBlockSize);
+    BodyTarget target = body_target(out, ref, skip);
+    if (toread == 0) return HTTP_UTIL_OK;
+
+    // Counted unsigned: a length of -1 (up to the close) never runs out.
+    auto remaining = static_cast<uint32_t>(toread);
+    int timeouts_left = kBodyTimeouts;
+    for (;;) {
+        int n = http_util_fd_read(fd, block.get(), std::min(remaining, kBodyBlockSize), 1);
+        if (n > 0) {
+            remaining -= static_cast<uint32_t>(n);
+            Delivery d = deliver_block(target, block.get(), static_cast<uint32_t>(n), url);
+            if (d.code != HTTP_UTIL_OK) {
+                HTTP_LOG("%s", d.failure);
+                return d.code;
+            }
+            if (remaining == 0) return HTTP_UTIL_OK;
+            timeouts_left = kBodyTimeouts;
+            continue;
+        }
+        if (n == 0) {
+            if (toread == -1) return HTTP_UTIL_OK;
+            HTTP_LOG("[http_fd_read_body]socket closed by peer.");
+            return HTTP_UTIL_ERR_RECV_DATA;
+        }
+        if (errno == ETIMEDOUT && timeouts_left > 0) {
+            if (http_change_progess(HTTP_UTIL_PROGRESS_BODY, ref, 0, url) != 0) {
+                HTTP_LOG("cancle by user.");
+                return HTTP_UTIL_ERR_CANCELED;
+            }
+            --timeouts_left;
+            continue;
+        }
+        HTTP_LOG("aborting (%s).", strerror(errno));
+        return HTTP_UTIL_ERR_RECV_DATA;
+    }
+}
