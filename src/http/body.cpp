@@ -30,14 +30,19 @@ int write_data(FILE *out, const char *block, uint32_t len, uint32_t *skip) {
     return ferror(out) ? 0 : 1;
 }
 
+namespace {
+// Consecutive one-second read time-outs a body reader sits out.
+constexpr int kBodyTimeouts = 30;
+}  // namespace
+
 BodyTarget body_target(FILE *out, http_progress_ref *ref, uint32_t skip) {
     http_progress *sink = nullptr;
     if (ref != nullptr && ref->progress != nullptr && ref->progress->on_data != nullptr)
         sink = ref->progress;
-    return BodyTarget{out, ref, sink, skip};
+    return BodyTarget{out, ref, sink, skip, kBodyTimeouts, {}};
 }
 
-Delivery deliver_block(BodyTarget &target, const char *block, uint32_t len, http_url_param *url) {
+BodyStep deliver_block(BodyTarget &target, const char *block, uint32_t len, http_url_param *url) {
     if (target.sink != nullptr) {
         if (target.sink->on_data(target.sink, block, len) < 0)
             return {HTTP_UTIL_ERR_SAVE_FILE, "proc data fail"};
@@ -46,7 +51,19 @@ Delivery deliver_block(BodyTarget &target, const char *block, uint32_t len, http
     }
     if (http_change_progess(HTTP_UTIL_PROGRESS_BODY, target.ref, len, url) != 0)
         return {HTTP_UTIL_ERR_CANCELED, "cancle by user."};
+    target.timeouts_left = kBodyTimeouts;
     return {HTTP_UTIL_OK, nullptr};
+}
+
+BodyStep after_failed_read(BodyTarget &target, http_url_param *url) {
+    if (errno == ETIMEDOUT && target.timeouts_left > 0) {
+        --target.timeouts_left;
+        if (http_change_progess(HTTP_UTIL_PROGRESS_BODY, target.ref, 0, url) != 0)
+            return {HTTP_UTIL_ERR_CANCELED, "cancle by user."};
+        return {HTTP_UTIL_OK, nullptr};
+    }
+    (void)snprintf(target.why, sizeof target.why, "aborting (%s).", strerror(errno));
+    return {HTTP_UTIL_ERR_RECV_DATA, target.why};
 }
 
 }  // namespace http_util_internal
@@ -68,34 +85,22 @@ extern "C" HTTP_UTIL_API int http_fd_read_body(http_url_param *url, int fd, FILE
 
     // Counted unsigned: a length of -1 (up to the close) never runs out.
     auto remaining = static_cast<uint32_t>(toread);
-    int timeouts_left = kBodyTimeouts;
     for (;;) {
         int n = http_util_fd_read(fd, block.get(), std::min(remaining, kBodyBlockSize), 1);
-        if (n > 0) {
-            remaining -= static_cast<uint32_t>(n);
-            Delivery d = deliver_block(target, block.get(), static_cast<uint32_t>(n), url);
-            if (d.code != HTTP_UTIL_OK) {
-                HTTP_LOG("%s", d.failure);
-                return d.code;
-            }
-            if (remaining == 0) return HTTP_UTIL_OK;
-            timeouts_left = kBodyTimeouts;
-            continue;
-        }
         if (n == 0) {
             if (toread == -1) return HTTP_UTIL_OK;
             HTTP_LOG("[http_fd_read_body]socket closed by peer.");
             return HTTP_UTIL_ERR_RECV_DATA;
         }
-        if (errno == ETIMEDOUT && timeouts_left > 0) {
-            if (http_change_progess(HTTP_UTIL_PROGRESS_BODY, ref, 0, url) != 0) {
-                HTTP_LOG("cancle by user.");
-                return HTTP_UTIL_ERR_CANCELED;
-            }
-            --timeouts_left;
-            continue;
+        BodyStep step = n > 0 ? deliver_block(target, block.get(), static_cast<uint32_t>(n), url)
+                              : after_failed_read(target, url);
+        if (step.code != HTTP_UTIL_OK) {
+            HTTP_LOG("%s", step.failure);
+            return step.code;
         }
-        HTTP_LOG("aborting (%s).", strerror(errno));
-        return HTTP_UTIL_ERR_RECV_DATA;
+        if (n > 0) {
+            remaining -= static_cast<uint32_t>(n);
+            if (remaining == 0) return HTTP_UTIL_OK;
+        }
     }
 }

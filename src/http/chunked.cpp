@@ -78,7 +78,6 @@ extern "C" HTTP_UTIL_API int http_fd_read_body_chunked(http_url_param *url, int 
     }
     memset(block.get(), 0, kBodyBlockSize);
     int32_t remaining = 0;
-    int timeouts_left = kBodyTimeouts;
     for (;;) {
         if (remaining == 0) {
             int rc = http_util_fd_read_chunk_len(fd, &remaining);
@@ -91,29 +90,16 @@ extern "C" HTTP_UTIL_API int http_fd_read_body_chunked(http_url_param *url, int 
         memset(block.get(), 0, kBodyBlockSize);
         int n = http_util_fd_read(fd, block.get(),
                                   std::min(static_cast<uint32_t>(remaining), kChunkReadMax), 1);
-        if (n > 0) {
-            remaining -= n;
-            Delivery d = deliver_block(target, block.get(), static_cast<uint32_t>(n), url);
-            if (d.code != HTTP_UTIL_OK) {
-                HTTP_LOG("%s", d.failure);
-                return d.code;
-            }
-            timeouts_left = kBodyTimeouts;
-            continue;
-        }
         if (n == 0) {
             HTTP_LOG("[http_fd_read_body_chunked]socket closed by peer.");
             return HTTP_UTIL_ERR_RECV_DATA;
         }
-        if (errno == ETIMEDOUT && timeouts_left > 0) {
-            if (http_change_progess(HTTP_UTIL_PROGRESS_BODY, ref, 0, url) != 0) {
-                HTTP_LOG("cancle by user.");
-                return HTTP_UTIL_ERR_CANCELED;
-            }
-            --timeouts_left;
-            continue;
+        BodyStep step = n > 0 ? deliver_block(target, block.get(), static_cast<uint32_t>(n), url)
+                              : after_failed_read(target, url);
+        if (step.code != HTTP_UTIL_OK) {
+            HTTP_LOG("%s", step.failure);
+            return step.code;
         }
-        HTTP_LOG("aborting (%s).", strerror(errno));
-        return HTTP_UTIL_ERR_RECV_DATA;
+        if (n > 0) remaining -= n;
     }
 }

@@ -33,29 +33,31 @@ int write_data(FILE *out, const char *block, uint32_t len, uint32_t *skip);
 
 // The body readers read through one heap block of this size.
 constexpr uint32_t kBodyBlockSize = 1024;
-// Consecutive one-second read time-outs a body reader sits out.
-constexpr int kBodyTimeouts = 30;
 
 // Where the body readers put each block: the caller's data sink when the
-// progress record has one, else the output stream past the first skip bytes.
+// progress record has one, else the output stream past the first skip
+// bytes. Also counts the read time-outs sat out in a row.
 struct BodyTarget {
     FILE *out;
     http_progress_ref *ref;
     http_progress *sink;
     uint32_t skip;
+    int timeouts_left;
+    char why[96];
 };
 BodyTarget body_target(FILE *out, http_progress_ref *ref, uint32_t skip);
 
-// A block handed on and reported (code 0), or why not: the code to return
-// and the text the reader logs under its own name.
-struct Delivery {
+// What follows one read: go on (code 0), or stop with this code, logging
+// the text under the reader's own name.
+struct BodyStep {
     int code;
     const char *failure;
 };
-Delivery deliver_block(BodyTarget &target, const char *block, uint32_t len, http_url_param *url);
-
-// Reads and consumes one chunk-size line: 0 with *size set, or a result code.
-int http_util_fd_read_chunk_len(int fd, int32_t *size);
+// A block came: hand it on and report it.
+BodyStep deliver_block(BodyTarget &target, const char *block, uint32_t len, http_url_param *url);
+// The read failed (errno tells why): a time-out is reported with count 0
+// while the budget lasts; anything else ends the body.
+BodyStep after_failed_read(BodyTarget &target, http_url_param *url);
 
 }  // namespace http_util_internal
 
