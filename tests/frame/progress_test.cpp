@@ -10,12 +10,9 @@
 
 namespace {
 
-int tag;
-
 class Progress : public testing::Test {
 protected:
     void SetUp() override {
-        g_http_util_zlog_category = &tag;
         url_.param.show_progress = 1;
         interpose::fake_monotonic = timespec{500, 0};
         ref_.progress = &record_;

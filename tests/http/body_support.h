@@ -74,7 +74,6 @@ inline std::string join(const std::vector<std::string> &parts) {
 class BodyTest : public testing::Test {
 protected:
     void SetUp() override {
-        g_http_util_zlog_category = &log_tag_;
         file_ = tmpfile();
         ASSERT_NE(file_, nullptr);
     }
@@ -97,7 +96,6 @@ protected:
     }
     std::string written() { return contents(file_); }
 
-    int log_tag_ = 0;
     int fd_ = -1;
     FILE *file_ = nullptr;
     std::atomic<bool> done_{false};

@@ -14,8 +14,6 @@
 
 namespace {
 
-int tag;
-
 struct TagCase {
     const char *text;
     const char *pattern;
@@ -217,7 +215,6 @@ TEST(ParseRspHead, FillsTheRecordAsTheTableSays) {
 }
 
 TEST(ParseRspHead, LogsWhatItReads) {
-    g_http_util_zlog_category = &tag;
     http_rsp rsp;
     http_util_internal::http_rsp_reset(&rsp);
     http_parse_rsp_head(&rsp, nullptr, "Content-Range", "bytes 5-9/10");

@@ -11,8 +11,6 @@
 
 namespace {
 
-int tag;
-
 struct LineCase {
     const char *text;
     int size;
@@ -72,7 +70,6 @@ const StatusCase kStatusCases[] = {
 };
 
 TEST(StatusLine, ParsesAsTheTableSays) {
-    g_http_util_zlog_category = &tag;
     for (const StatusCase &c : kStatusCases) {
         SCOPED_TRACE(c.line);
         fake::reset();
@@ -85,7 +82,6 @@ TEST(StatusLine, ParsesAsTheTableSays) {
 }
 
 TEST(StatusLine, LogsTheReasonPhraseWithoutLeadingBlanks) {
-    g_http_util_zlog_category = &tag;
     http_rsp rsp{};
     ASSERT_EQ(http_parse_resp_status(&rsp, "HTTP/1.1 301   Moved  Permanently "), 0);
     ASSERT_EQ(http_parse_resp_status(&rsp, "HTTP/1.1 200"), 0);
@@ -98,7 +94,6 @@ TEST(StatusLine, LogsTheReasonPhraseWithoutLeadingBlanks) {
 class ResponseHead : public testing::Test {
 protected:
     void SetUp() override {
-        g_http_util_zlog_category = &tag;
         util_ = http_create_util();
         ASSERT_NE(util_, nullptr);
     }

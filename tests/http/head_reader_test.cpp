@@ -19,7 +19,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-int tag;
 constexpr int kUntouched = 12345;
 
 const std::string kHead =
@@ -33,7 +32,6 @@ const std::string kBody = "BODY";
 // socket and the "reader done" flag for its wait_until steps.
 class HeadReader : public testing::Test {
 protected:
-    void SetUp() override { g_http_util_zlog_category = &tag; }
     void TearDown() override {
         if (fd_ >= 0) close(fd_);
     }
