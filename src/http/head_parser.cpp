@@ -115,7 +115,7 @@ HTTP_UTIL_API int http_parse_http_response_head(http_util *util, http_progress_r
                                                 const char *head) {
     http_rsp *rsp = &util->rsp;
     http_util_internal::http_rsp_reset(rsp);
-    char line[kLineSize];
+    char line[kLineSize] = {};
     const char *p = http_getline(head, line, sizeof line);
     if (p == nullptr) {
         HTTP_LOG("parse response header error because the packet have't CRLF");

@@ -132,13 +132,14 @@ char *http_fd_read_hunk(int fd, http_url_param *url, int *err) {
                 return nullptr;
             }
             long grown = std::min(bufsize * 2, kHeadMaxSize);
-            auto *p = static_cast<char *>(realloc(buf.get(), static_cast<size_t>(grown)));
+            char *old = buf.release();
+            auto *p = static_cast<char *>(realloc(old, static_cast<size_t>(grown)));
             if (p == nullptr) {
+                buf.reset(old);  // still ours to free
                 HTTP_LOG("realloc error, bufsize: %ld.", grown);
                 *err = HTTP_UTIL_ERR_NOMEM;
                 return nullptr;
             }
-            (void)buf.release();
             buf.reset(p);
             memset(p + tail, 0, static_cast<size_t>(grown - tail));
             bufsize = grown;
