@@ -1,5 +1,5 @@
-// What the body readers deliver, seen from the caller's side: the output
-// file, the progress record's callbacks, and a loopback peer.
+// The body readers seen from the caller's side: the output file, the
+// progress record's callbacks, and a scripted loopback peer.
 #ifndef HTTP_UTIL_TESTS_HTTP_BODY_SUPPORT_H
 #define HTTP_UTIL_TESTS_HTTP_BODY_SUPPORT_H
 
@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,45 +18,6 @@
 
 namespace body {
 
-// The caller's progress record; its own words point back here.
-struct Caller {
-    Caller() {
-        record.priv[0] = reinterpret_cast<uintptr_t>(this);
-        ref.progress = &record;
-    }
-    static Caller &of(http_progress *p) { return *reinterpret_cast<Caller *>(p->priv[0]); }
-
-    void count_progress() { record.on_progress = on_progress; }
-    void take_data() { record.on_data = on_data; }
-
-    static int on_progress(http_progress *p, uint32_t count) {
-        Caller &c = of(p);
-        c.counts.push_back(count);
-        return static_cast<int>(c.counts.size()) == c.cancel_at ? 1 : 0;
-    }
-    static int on_data(http_progress *p, const void *data, uint32_t len) {
-        Caller &c = of(p);
-        c.blocks.emplace_back(static_cast<const char *>(data), len);
-        return static_cast<int>(c.blocks.size()) == c.fail_data_at ? -1 : 0;
-    }
-
-    http_progress record{};
-    http_progress_ref ref{};
-    std::vector<uint32_t> counts;     // on_progress, in order
-    std::vector<std::string> blocks;  // on_data, in order
-    int cancel_at = 0;                // on_progress call that cancels (1-based)
-    int fail_data_at = 0;             // on_data call that fails (1-based)
-};
-
-inline std::string contents(FILE *f) {
-    std::string out;
-    rewind(f);
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
-    return out;
-}
-
 // A body of n bytes that shows where each byte came from.
 inline std::string pattern(size_t n) {
     std::string s(n, '\0');
@@ -64,42 +25,77 @@ inline std::string pattern(size_t n) {
     return s;
 }
 
-inline std::string join(const std::vector<std::string> &parts) {
-    std::string out;
-    for (const auto &p : parts) out += p;
-    return out;
-}
-
-// One reader call against a scripted server, with a temporary output file.
+// One reader call per case against a fresh scripted server, with a fresh
+// temporary output file and the caller's progress record.
 class BodyTest : public testing::Test {
 protected:
     void SetUp() override {
-        file_ = tmpfile();
-        ASSERT_NE(file_, nullptr);
+        record_.priv[0] = reinterpret_cast<uintptr_t>(this);
+        ref_.progress = &record_;
     }
-    void TearDown() override {
-        if (fd_ >= 0) close(fd_);
-        if (file_) fclose(file_);
-    }
+    void TearDown() override { fresh_file(nullptr); }
 
-    // Starts the server and runs call(fd) on a client socket.
-    int run(scripted::Server &srv, const std::function<int(int)> &call) {
-        srv.start();
-        fd_ = srv.connect_client();
-        EXPECT_GE(fd_, 0);
-        int rc = call(fd_);
-        done_ = true;
-        return rc;
+    // The server for the next case; the script may wait until reader_done().
+    scripted::Server &server() {
+        srv_.reset();
+        if (fd_ >= 0) close(fd_);
+        fake::reset();
+        fresh_file(tmpfile());
+        counts_.clear();
+        done_ = false;
+        srv_ = std::make_unique<scripted::Server>();
+        return *srv_;
     }
     std::function<bool()> reader_done() {
         return [this] { return done_.load(); };
     }
-    std::string written() { return contents(file_); }
+    template <typename Call>
+    int run(Call call) {
+        srv_->start();
+        fd_ = srv_->connect_client();
+        int rc = call(fd_);
+        done_ = true;
+        return rc;
+    }
+    std::string written() {
+        std::string out;
+        rewind(file_);
+        for (int c; (c = fgetc(file_)) != EOF;) out += static_cast<char>(c);
+        return out;
+    }
+    void fresh_file(FILE *f) {
+        if (file_) fclose(file_);
+        file_ = f;
+    }
+    // Counts body bytes through on_progress; cancels at the given call.
+    void count_progress(size_t cancel_at = 0) {
+        cancel_at_ = cancel_at;
+        record_.on_progress = [](http_progress *p, uint32_t count) {
+            auto *self = reinterpret_cast<BodyTest *>(p->priv[0]);
+            self->counts_.push_back(count);
+            return self->counts_.size() == self->cancel_at_ ? 1 : 0;
+        };
+    }
+    // Takes body blocks through on_data; fails at the given call.
+    void take_data(size_t fail_at = 0) {
+        fail_at_ = fail_at;
+        record_.on_data = [](http_progress *p, const void *data, uint32_t len) {
+            auto *self = reinterpret_cast<BodyTest *>(p->priv[0]);
+            self->taken_.append(static_cast<const char *>(data), len);
+            return ++self->data_calls_ == self->fail_at_ ? -1 : 0;
+        };
+    }
 
+    std::unique_ptr<scripted::Server> srv_;
     int fd_ = -1;
     FILE *file_ = nullptr;
     std::atomic<bool> done_{false};
-    Caller caller_;
+    http_progress record_{};
+    http_progress_ref ref_{};
+    std::vector<uint32_t> counts_;  // on_progress counts, in order
+    size_t cancel_at_ = 0;
+    std::string taken_;             // what on_data took
+    size_t data_calls_ = 0, fail_at_ = 0;
 };
 
 }  // namespace body
