@@ -74,12 +74,11 @@ extern "C" HTTP_UTIL_API int http_fd_read_body(http_url_param *url, int fd, FILE
                                                http_progress_ref *ref, int32_t toread,
                                                uint32_t skip) {
     if (toread == -1) HTTP_LOG("content length not given.");
-    MallocPtr<char> block(static_cast<char *>(malloc(kBodyBlockSize)));
+    MallocPtr<char> block(static_cast<char *>(calloc(1, kBodyBlockSize)));
     if (!block) {
         HTTP_LOG("malloc for temp buffer failed.");
         return HTTP_UTIL_ERR_NOMEM;
     }
-    memset(block.get(), 0, kBodyBlockSize);
     BodyTarget target = body_target(out, ref, skip);
     if (toread == 0) return HTTP_UTIL_OK;
 

@@ -71,12 +71,11 @@ using namespace http_util_internal;
 extern "C" HTTP_UTIL_API int http_fd_read_body_chunked(http_url_param *url, int fd, FILE *out,
                                                        http_progress_ref *ref, uint32_t skip) {
     BodyTarget target = body_target(out, ref, skip);
-    MallocPtr<char> block(static_cast<char *>(malloc(kBodyBlockSize)));
+    MallocPtr<char> block(static_cast<char *>(calloc(1, kBodyBlockSize)));
     if (!block) {
         HTTP_LOG("malloc for temp buffer failed.");
         return HTTP_UTIL_ERR_NOMEM;
     }
-    memset(block.get(), 0, kBodyBlockSize);
     int32_t remaining = 0;
     for (;;) {
         if (remaining == 0) {

@@ -65,13 +65,12 @@ const char *http_response_head_terminator(const char *start, const char *peeked,
 
 char *http_fd_read_hunk(int fd, http_url_param *url, int *err) {
     long bufsize = kHeadInitialSize;
-    MallocPtr<char> buf(static_cast<char *>(malloc(static_cast<size_t>(bufsize))));
+    MallocPtr<char> buf(static_cast<char *>(calloc(1, static_cast<size_t>(bufsize))));
     if (!buf) {
         HTTP_LOG("malloc error, bufsize: %ld.", bufsize);
         *err = HTTP_UTIL_ERR_NOMEM;
         return nullptr;
     }
-    memset(buf.get(), 0, static_cast<size_t>(bufsize));
     int tail = 0;
     const time_t begin = monotonic_seconds();
 

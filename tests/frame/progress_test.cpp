@@ -29,7 +29,6 @@ protected:
         reported.clear();
         cancel_from = 0;
     }
-    void TearDown() override { interpose::reset(); }
 
     void at(time_t sec, long nsec = 0) { interpose::fake_monotonic = timespec{sec, nsec}; }
     int report(uint32_t stage, uint32_t count = 0, http_progress_ref *ref = nullptr) {

@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "body_support.h"
+#include "interpose.h"
 #include "wire.h"
 
 namespace {
@@ -95,6 +96,17 @@ TEST_F(IdentityBody, CancellingAfterABlockKeepsThatBlock) {
     EXPECT_EQ(read_body(2500), HTTP_UTIL_ERR_CANCELED);
     EXPECT_EQ(written(), data.substr(0, 1024));
     EXPECT_EQ(fake::log_texts("http_fd_read_body").back(), "cancle by user.");
+}
+
+TEST_F(IdentityBody, NoMemoryGives1InBothReaders) {
+    server().send("5\r\nhello\r\n0\r\n\r\n").wait_until(reader_done());
+    interpose::fail_calloc_bytes = 1024;
+    EXPECT_EQ(read_body(100), HTTP_UTIL_ERR_NOMEM);
+    EXPECT_EQ(http_fd_read_body_chunked(nullptr, fd_, file_, &ref_, 0), HTTP_UTIL_ERR_NOMEM);
+    EXPECT_EQ(fake::log_texts("http_fd_read_body"), std::vector<std::string>{"malloc for temp buffer failed."});
+    EXPECT_EQ(fake::log_texts("http_fd_read_body_chunked"),
+              std::vector<std::string>{"malloc for temp buffer failed."});
+    EXPECT_EQ(wire::next_byte(fd_), '5') << "nothing read";
 }
 
 class IdentityBodySlow : public IdentityBody {};

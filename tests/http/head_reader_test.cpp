@@ -11,6 +11,7 @@
 
 #include "fake_device.h"
 #include "http_util.h"
+#include "interpose.h"
 #include "scripted_server.h"
 #include "wire.h"
 
@@ -188,6 +189,14 @@ TEST_F(HeadReader, CtrlCCancels) {
     EXPECT_EQ(fake::log_texts("http_fd_read_hunk").back(), "cancle by user.");
     EXPECT_EQ(fake::log_texts("http_change_progess").back(), "translation: 17.");
     EXPECT_EQ(wire::next_byte(fd_), 'H') << "a cancelled peek consumes nothing";
+}
+
+TEST_F(HeadReader, NoMemoryGives1) {
+    server().send(kHead);
+    interpose::fail_calloc_bytes = 2048;
+    EXPECT_EQ(read_head(), "(null)");
+    EXPECT_EQ(err_, HTTP_UTIL_ERR_NOMEM);
+    EXPECT_EQ(fake::log_texts("http_fd_read_hunk"), std::vector<std::string>{"malloc error, bufsize: 2048."});
 }
 
 class HeadReaderSlow : public HeadReader {};
