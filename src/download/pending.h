@@ -1,0 +1,42 @@
+// Declarations of the lower layers that are not in the public header yet.
+// Weak, so that the library and its tests link before those layers are
+// merged. Removed once they are.
+#ifndef HTTP_UTIL_DOWNLOAD_PENDING_H
+#define HTTP_UTIL_DOWNLOAD_PENDING_H
+
+#include <stdint.h>
+#include <stdio.h>
+#include <sys/socket.h>
+
+#include "http_util.h"
+
+extern "C" {
+
+#define HTTP_UTIL_PENDING __attribute__((weak))
+
+http_url_param *http_create_url_param(const char *url, int *err, const http_util_param *param,
+                                      uint32_t is_mgmt, const char *mgmt_name) HTTP_UTIL_PENDING;
+int http_util_parse_tlv(const void *tlv, http_util_param *param) HTTP_UTIL_PENDING;
+int http_create_socket(const struct sockaddr *addr, int addrlen, int nonblock, int is_mgmt,
+                       uint32_t src_ip, const char *mgmt_name, int vrf) HTTP_UTIL_PENDING;
+int http_post_header(http_util *util, const char *name, const char *value) HTTP_UTIL_PENDING;
+int http_flush(http_util *util) HTTP_UTIL_PENDING;
+char *http_read_http_response_head(int fd, http_url_param *url, int *err) HTTP_UTIL_PENDING;
+int http_parse_http_response_head(http_util *util, http_progress_ref *ref,
+                                  const char *head) HTTP_UTIL_PENDING;
+int http_fd_read_body(http_url_param *url, int fd, FILE *out, http_progress_ref *ref,
+                      int32_t toread, uint32_t skip) HTTP_UTIL_PENDING;
+int http_fd_read_body_chunked(http_url_param *url, int fd, FILE *out, http_progress_ref *ref,
+                              uint32_t skip) HTTP_UTIL_PENDING;
+int http_change_progess(uint32_t stage, http_progress_ref *ref, uint32_t count,
+                        http_url_param *url) HTTP_UTIL_PENDING;
+int http_post_loop(http_url_param *url, const char *local_file,
+                   const char *save_path) HTTP_UTIL_PENDING;
+char *http_util_generate_tmpname(const char *name) HTTP_UTIL_PENDING;
+int http_upload_param(const char *url, const char *local_file, http_util_param *param,
+                      uint8_t is_mgmt, const char *mgmt_name) HTTP_UTIL_PENDING;
+
+#undef HTTP_UTIL_PENDING
+}
+
+#endif

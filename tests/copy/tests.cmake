@@ -1,0 +1,2 @@
+list(APPEND HTTP_UTIL_UNIT_TESTS
+    copy/copy_test.cpp)

@@ -1,0 +1,3 @@
+list(APPEND HTTP_UTIL_UNIT_TESTS
+    download/driver_test.cpp
+    download/touch_test.cpp)
