@@ -9,10 +9,12 @@
 #include <time.h>
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "http_util.h"
 #include "platform/device.h"
 
 namespace fake {
@@ -75,11 +77,22 @@ struct Device {
     std::string terminal;
     int flushes = 0;
     std::deque<int> keys;  // typed keys, oldest first; -1 once empty
+    // When set, asked for a key once the queue is empty (typing at the
+    // moment a test chooses, e.g. once a server has the whole request).
+    std::function<int()> key_source;
     int polls = 0;
 };
 
 Device &device();
 void reset();
+
+// The library's globals as they were when the process was loaded.
+struct Startup {
+    http_opt opt;
+    uint32_t level;
+    void *category;
+};
+const Startup &startup();
 
 // Helpers for scripting the resolver.
 sockaddr_storage ipv4(const char *dotted, uint16_t port = 0);
