@@ -12,10 +12,7 @@ namespace {
 
 class Copy : public testing::Test {
 protected:
-    void SetUp() override {
-        interpose::reset();
-        dltest::capture_logs();
-    }
+    void SetUp() override { interpose::reset(); }
     void TearDown() override { interpose::reset(); }
     http_util_param param{};
 };

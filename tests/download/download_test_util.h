@@ -13,49 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "http_util.h"
-
 namespace dltest {
-
-// Log records reach the recording fakes only through a category.
-inline void capture_logs() {
-    static int tag;
-    g_http_util_zlog_category = &tag;
-}
-
-// A fresh directory, removed with its files when the test ends.
-class TempDir {
-public:
-    TempDir() {
-        char tmpl[] = "/tmp/http_util_dl.XXXXXX";
-        path_ = mkdtemp(tmpl) != nullptr ? tmpl : "";
-    }
-    ~TempDir() {
-        for (const std::string &name : entries()) unlink((path_ + "/" + name).c_str());
-        rmdir(path_.c_str());
-    }
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
-
-    const std::string &path() const { return path_; }
-    std::string file(const std::string &name) const { return path_ + "/" + name; }
-
-    // Names in the directory, "." and ".." left out.
-    std::set<std::string> entries() const {
-        std::set<std::string> out;
-        if (DIR *d = opendir(path_.c_str())) {
-            while (dirent *e = readdir(d)) {
-                std::string n = e->d_name;
-                if (n != "." && n != "..") out.insert(n);
-            }
-            closedir(d);
-        }
-        return out;
-    }
-
-private:
-    std::string path_;
-};
 
 inline std::string read_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);

@@ -22,7 +22,6 @@ protected:
     void SetUp() override {
         interpose::reset();
         interpose::skip_pauses = true;
-        dltest::capture_logs();
     }
     void TearDown() override { interpose::reset(); }
 };

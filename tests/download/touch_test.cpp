@@ -4,12 +4,13 @@
 
 #include "download_test_util.h"
 #include "fake_device.h"
+#include "temp_dir.h"
 #include "http_util.h"
 
 namespace {
 
 TEST(Touch, SetsModificationTimeAndNowAsAccessTime) {
-    dltest::TempDir dir;
+    TempDir dir;
     std::string f = dir.file("a.bin");
     dltest::write_file(f, "abc");
     fake::device().now = 1700000000;
@@ -25,8 +26,7 @@ TEST(Touch, SetsModificationTimeAndNowAsAccessTime) {
 }
 
 TEST(Touch, MissingFileIsLoggedAndNotCreated) {
-    dltest::capture_logs();
-    dltest::TempDir dir;
+    TempDir dir;
     std::string f = dir.file("missing");
     touch(f.c_str(), 784111777);
     EXPECT_FALSE(dltest::exists(f));
