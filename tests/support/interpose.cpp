@@ -15,6 +15,7 @@ int open_failures = 0;
 std::vector<timeval> pauses;
 bool skip_pauses = false;
 std::string fail_strdup_text;
+std::string taken_prefix;
 
 void reset() {
     fail_open_path.clear();
@@ -22,6 +23,7 @@ void reset() {
     pauses.clear();
     skip_pauses = false;
     fail_strdup_text.clear();
+    taken_prefix.clear();
 }
 
 }  // namespace interpose
@@ -29,6 +31,7 @@ void reset() {
 namespace {
 
 using open_fn = int (*)(const char *, int, ...);
+using access_fn = int (*)(const char *, int);
 using select_fn = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
 
 int forward_open(const char *name, const char *path, int flags, mode_t mode) {
@@ -83,6 +86,14 @@ char *strdup(const char *s) noexcept {
     auto *copy = static_cast<char *>(malloc(n));
     if (copy != nullptr) memcpy(copy, s, n);
     return copy;
+}
+
+int access(const char *path, int mode) noexcept {
+    if (!interpose::taken_prefix.empty() && strncmp(path, interpose::taken_prefix.c_str(),
+                                                    interpose::taken_prefix.size()) == 0)
+        return 0;
+    auto real = reinterpret_cast<access_fn>(dlsym(RTLD_NEXT, "access"));
+    return real(path, mode);
 }
 
 }  // extern "C"

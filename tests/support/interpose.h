@@ -24,6 +24,10 @@ extern bool skip_pauses;
 // strdup() of exactly this text fails with ENOMEM while it is non-empty.
 extern std::string fail_strdup_text;
 
+// access() reports every path that begins with this text as existing
+// while it is non-empty.
+extern std::string taken_prefix;
+
 // Restores every interposed call to the C library's behaviour.
 void reset();
 
