@@ -14,13 +14,6 @@ extern "C" {
 
 #define HTTP_UTIL_PENDING __attribute__((weak))
 
-http_url_param *http_create_url_param(const char *url, int *err, const http_util_param *param,
-                                      uint32_t is_mgmt, const char *mgmt_name) HTTP_UTIL_PENDING;
-int http_util_parse_tlv(const void *tlv, http_util_param *param) HTTP_UTIL_PENDING;
-int http_create_socket(const struct sockaddr *addr, int addrlen, int nonblock, int is_mgmt,
-                       uint32_t src_ip, const char *mgmt_name, int vrf) HTTP_UTIL_PENDING;
-int http_post_header(http_util *util, const char *name, const char *value) HTTP_UTIL_PENDING;
-int http_flush(http_util *util) HTTP_UTIL_PENDING;
 char *http_read_http_response_head(int fd, http_url_param *url, int *err) HTTP_UTIL_PENDING;
 int http_parse_http_response_head(http_util *util, http_progress_ref *ref,
                                   const char *head) HTTP_UTIL_PENDING;

@@ -5,8 +5,13 @@
 #include <fcntl.h>
 #include <stdarg.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/select.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <mutex>
+
+extern "C" void *__real_calloc(size_t n, size_t size);
 
 namespace interpose {
 
@@ -16,6 +21,21 @@ std::vector<timeval> pauses;
 bool skip_pauses = false;
 std::string fail_strdup_text;
 std::string taken_prefix;
+size_t fail_calloc_bytes = 0;
+int watch_write_fd = -1;
+std::vector<size_t> writes;
+std::set<int> sockopt_pretend_ok;
+int fail_bind_errno = 0;
+
+namespace {
+std::mutex sockopt_mutex;
+std::vector<SockoptCall> sockopt_log;
+}  // namespace
+
+std::vector<SockoptCall> sockopt_calls() {
+    std::lock_guard<std::mutex> lock(sockopt_mutex);
+    return sockopt_log;
+}
 
 void reset() {
     fail_open_path.clear();
@@ -24,6 +44,13 @@ void reset() {
     skip_pauses = false;
     fail_strdup_text.clear();
     taken_prefix.clear();
+    fail_calloc_bytes = 0;
+    watch_write_fd = -1;
+    fail_bind_errno = 0;
+    writes.clear();
+    std::lock_guard<std::mutex> lock(sockopt_mutex);
+    sockopt_log.clear();
+    sockopt_pretend_ok.clear();
 }
 
 }  // namespace interpose
@@ -33,6 +60,14 @@ namespace {
 using open_fn = int (*)(const char *, int, ...);
 using access_fn = int (*)(const char *, int);
 using select_fn = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
+using write_fn = ssize_t (*)(int, const void *, size_t);
+using setsockopt_fn = int (*)(int, int, int, const void *, socklen_t);
+using bind_fn = int (*)(int, const sockaddr *, socklen_t);
+
+template <typename Fn>
+Fn real(const char *name) {
+    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+}
 
 int forward_open(const char *name, const char *path, int flags, mode_t mode) {
     if (!interpose::fail_open_path.empty() && interpose::fail_open_path == path) {
@@ -40,8 +75,7 @@ int forward_open(const char *name, const char *path, int flags, mode_t mode) {
         errno = ENOENT;
         return -1;
     }
-    auto real = reinterpret_cast<open_fn>(dlsym(RTLD_NEXT, name));
-    return real(path, flags, mode);
+    return real<open_fn>(name)(path, flags, mode);
 }
 
 mode_t mode_arg(int flags, va_list ap) {
@@ -68,13 +102,49 @@ int open64(const char *path, int flags, ...) {
     return forward_open("open64", path, flags, mode);
 }
 
+// Linked with --wrap=calloc: the test binaries' own calls come here, the
+// C library's internal ones (dlsym among them) do not.
+void *__wrap_calloc(size_t n, size_t size) {
+    if (interpose::fail_calloc_bytes != 0 && n * size == interpose::fail_calloc_bytes) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __real_calloc(n, size);
+}
+
+ssize_t write(int fd, const void *buf, size_t count) {
+    if (interpose::watch_write_fd != -1 && fd == interpose::watch_write_fd)
+        interpose::writes.push_back(count);
+    return real<write_fn>("write")(fd, buf, count);
+}
+
+int setsockopt(int fd, int level, int name, const void *value, socklen_t len) {
+    std::lock_guard<std::mutex> lock(interpose::sockopt_mutex);
+    int v = 0;
+    if (len == sizeof v) memcpy(&v, value, sizeof v);
+    int result = interpose::sockopt_pretend_ok.count(name) != 0
+                     ? 0
+                     : real<setsockopt_fn>("setsockopt")(fd, level, name, value, len);
+    int saved = errno;
+    interpose::sockopt_log.push_back({fd, level, name, v, len, result});
+    errno = saved;
+    return result;
+}
+
+int bind(int fd, const sockaddr *addr, socklen_t len) {
+    if (interpose::fail_bind_errno != 0) {
+        errno = interpose::fail_bind_errno;
+        return -1;
+    }
+    return real<bind_fn>("bind")(fd, addr, len);
+}
+
 int select(int nfds, fd_set *rd, fd_set *wr, fd_set *ex, timeval *timeout) {
     if (nfds == 0 && timeout != nullptr) {
         interpose::pauses.push_back(*timeout);
         if (interpose::skip_pauses) return 0;
     }
-    auto real = reinterpret_cast<select_fn>(dlsym(RTLD_NEXT, "select"));
-    return real(nfds, rd, wr, ex, timeout);
+    return reinterpret_cast<select_fn>(dlsym(RTLD_NEXT, "select"))(nfds, rd, wr, ex, timeout);
 }
 
 char *strdup(const char *s) noexcept {
@@ -89,11 +159,10 @@ char *strdup(const char *s) noexcept {
 }
 
 int access(const char *path, int mode) noexcept {
-    if (!interpose::taken_prefix.empty() && strncmp(path, interpose::taken_prefix.c_str(),
-                                                    interpose::taken_prefix.size()) == 0)
+    if (!interpose::taken_prefix.empty() &&
+        strncmp(path, interpose::taken_prefix.c_str(), interpose::taken_prefix.size()) == 0)
         return 0;
-    auto real = reinterpret_cast<access_fn>(dlsym(RTLD_NEXT, "access"));
-    return real(path, mode);
+    return reinterpret_cast<access_fn>(dlsym(RTLD_NEXT, "access"))(path, mode);
 }
 
 }  // extern "C"
