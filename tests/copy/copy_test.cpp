@@ -12,8 +12,6 @@ namespace {
 
 class Copy : public testing::Test {
 protected:
-    void SetUp() override { interpose::reset(); }
-    void TearDown() override { interpose::reset(); }
     http_util_param param{};
 };
 
