@@ -14,15 +14,6 @@ extern "C" {
 
 #define HTTP_UTIL_PENDING __attribute__((weak))
 
-char *http_read_http_response_head(int fd, http_url_param *url, int *err) HTTP_UTIL_PENDING;
-int http_parse_http_response_head(http_util *util, http_progress_ref *ref,
-                                  const char *head) HTTP_UTIL_PENDING;
-int http_fd_read_body(http_url_param *url, int fd, FILE *out, http_progress_ref *ref,
-                      int32_t toread, uint32_t skip) HTTP_UTIL_PENDING;
-int http_fd_read_body_chunked(http_url_param *url, int fd, FILE *out, http_progress_ref *ref,
-                              uint32_t skip) HTTP_UTIL_PENDING;
-int http_change_progess(uint32_t stage, http_progress_ref *ref, uint32_t count,
-                        http_url_param *url) HTTP_UTIL_PENDING;
 int http_post_loop(http_url_param *url, const char *local_file,
                    const char *save_path) HTTP_UTIL_PENDING;
 char *http_util_generate_tmpname(const char *name) HTTP_UTIL_PENDING;
