@@ -1,5 +1,6 @@
 // One GET attempt: resume decision, request head, response head, lengths,
 // the partial file's version check, the body and the file's time.
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -118,10 +119,14 @@ int http_get(http_url_param *url, http_util *util, http_progress_ref *ref) {
     }
 
     // The server's copy changed under the partial file: its bytes cannot be
-    // joined to the new version.
+    // joined to the new version. A file that cannot be removed would make
+    // every restart find it again, so that is a failure to save.
     if (rsp->mtime != -1 && g_http_opt.timestamp_check != 0 && ref->start > 0 &&
         rsp->mtime != ref->local_mtime) {
-        (void)unlink(ref->local_file);
+        if (unlink(ref->local_file) != 0 && errno != ENOENT) {
+            close_socket(util);
+            return HTTP_UTIL_ERR_SAVE_FILE;
+        }
         HTTP_LOG("unlink %s.", ref->local_file);
         close_socket(util);
         return HTTP_UTIL_NEED_RETRY;

@@ -130,6 +130,22 @@ TEST_F(GetWire, ChangedServerFileRestartsUncountedAndFetchesTheWholeFile) {
     EXPECT_TRUE(interpose::pauses.empty()) << "a restart makes no pause";
 }
 
+TEST_F(GetWire, UndeletablePartialFileDoesNotRestartForever) {
+    dltest::write_file(file, pattern(1000));
+    struct utimbuf old = {kServerTime - 100, kServerTime - 100};
+    ASSERT_EQ(utime(file.c_str(), &old), 0);
+    interpose::fail_unlink_path = file;
+    scripted::Server srv;
+    srv.read_request().send(dltest::second_half(dltest::last_modified())).close();
+    srv.start();
+    EXPECT_EQ(http_download_file_ntry(srv.url("/b.bin").c_str(), file.c_str(), 0),
+              HTTP_UTIL_ERR_SAVE_FILE);
+    ASSERT_TRUE(srv.wait());
+    EXPECT_EQ(srv.connections(), 1u);
+    EXPECT_TRUE(fake::logged("Cannot write to " + file + " (Operation not permitted)."));
+    EXPECT_EQ(dltest::read_file(file), pattern(1000)) << "the partial file is left alone";
+}
+
 TEST_F(GetWire, WithoutTimestampCheckTheChangedFileIsAppendedTo) {
     g_http_opt.timestamp_check = 0;
     dltest::write_file(file, pattern(1000));

@@ -21,6 +21,7 @@ std::vector<timeval> pauses;
 bool skip_pauses = false;
 std::string fail_strdup_text;
 std::string taken_prefix;
+std::string fail_unlink_path;
 size_t fail_calloc_bytes = 0;
 int watch_write_fd = -1;
 std::vector<size_t> writes;
@@ -46,6 +47,7 @@ void reset() {
     skip_pauses = false;
     fail_strdup_text.clear();
     taken_prefix.clear();
+    fail_unlink_path.clear();
     fail_calloc_bytes = 0;
     watch_write_fd = -1;
     fail_bind_errno = 0;
@@ -63,6 +65,7 @@ namespace {
 
 using open_fn = int (*)(const char *, int, ...);
 using access_fn = int (*)(const char *, int);
+using unlink_fn = int (*)(const char *);
 using select_fn = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
 using write_fn = ssize_t (*)(int, const void *, size_t);
 using setsockopt_fn = int (*)(int, int, int, const void *, socklen_t);
@@ -178,6 +181,14 @@ int access(const char *path, int mode) noexcept {
         strncmp(path, interpose::taken_prefix.c_str(), interpose::taken_prefix.size()) == 0)
         return 0;
     return reinterpret_cast<access_fn>(dlsym(RTLD_NEXT, "access"))(path, mode);
+}
+
+int unlink(const char *path) noexcept {
+    if (!interpose::fail_unlink_path.empty() && interpose::fail_unlink_path == path) {
+        errno = EPERM;
+        return -1;
+    }
+    return reinterpret_cast<unlink_fn>(dlsym(RTLD_NEXT, "unlink"))(path);
 }
 
 }  // extern "C"

@@ -66,6 +66,9 @@ extern std::string fail_strdup_text;
 // while it is non-empty.
 extern std::string taken_prefix;
 
+// unlink() of exactly this path fails with EPERM while it is non-empty.
+extern std::string fail_unlink_path;
+
 // Restores every interposed call to the C library's behaviour.
 void reset();
 
