@@ -136,7 +136,7 @@ void cli_flush(void) { fake::device().flushes++; }
 int cli_getc_no_block(void) {
     auto &d = fake::device();
     d.polls++;
-    if (d.keys.empty()) return -1;
+    if (d.keys.empty()) return d.key_source ? d.key_source() : -1;
     int c = d.keys.front();
     d.keys.pop_front();
     return c;

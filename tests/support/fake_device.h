@@ -9,6 +9,7 @@
 #include <time.h>
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -75,6 +76,9 @@ struct Device {
     std::string terminal;
     int flushes = 0;
     std::deque<int> keys;  // typed keys, oldest first; -1 once empty
+    // When set, asked for a key once the queue is empty (typing at the
+    // moment a test chooses, e.g. once a server has the whole request).
+    std::function<int()> key_source;
     int polls = 0;
 };
 
