@@ -7,16 +7,17 @@
 namespace {
 
 TEST(Options, InitialValuesBeforeAnyEntryPoint) {
-    EXPECT_EQ(g_http_opt.ntry, 5);
-    EXPECT_EQ(g_http_opt.spare1, 5);
-    EXPECT_EQ(g_http_opt.spare2, 5);
-    EXPECT_EQ(g_http_opt.spare3, 5);
-    EXPECT_EQ(g_http_opt.wait, 30);
-    EXPECT_EQ(g_http_opt.random_wait, 0);
-    EXPECT_EQ(g_http_opt.timestamp_check, 1);
-    EXPECT_EQ(g_http_opt.debug, 0);
-    EXPECT_EQ(g_http_util_zlog_level, 5u);
-    EXPECT_EQ(g_http_util_zlog_category, nullptr);
+    const auto &at_load = fake::startup();
+    EXPECT_EQ(at_load.opt.ntry, 5);
+    EXPECT_EQ(at_load.opt.spare1, 5);
+    EXPECT_EQ(at_load.opt.spare2, 5);
+    EXPECT_EQ(at_load.opt.spare3, 5);
+    EXPECT_EQ(at_load.opt.wait, 30);
+    EXPECT_EQ(at_load.opt.random_wait, 0);
+    EXPECT_EQ(at_load.opt.timestamp_check, 1);
+    EXPECT_EQ(at_load.opt.debug, 0);
+    EXPECT_EQ(at_load.level, 5u);
+    EXPECT_EQ(at_load.category, nullptr);
 }
 
 TEST(Options, DebugSwitchOnAndOff) {

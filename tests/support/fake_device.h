@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "http_util.h"
 #include "platform/device.h"
 
 namespace fake {
@@ -84,6 +85,14 @@ struct Device {
 
 Device &device();
 void reset();
+
+// The library's globals as they were when the process was loaded.
+struct Startup {
+    http_opt opt;
+    uint32_t level;
+    void *category;
+};
+const Startup &startup();
 
 // Helpers for scripting the resolver.
 sockaddr_storage ipv4(const char *dotted, uint16_t port = 0);

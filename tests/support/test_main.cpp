@@ -1,5 +1,7 @@
-// Test main shared by the suites: every test starts with fresh fakes and
-// the library's options as they were when the process started.
+// Test main shared by the suites: every test starts with fresh fakes, the
+// library's options as they were when the process started, and the fake log
+// category in place (as if http_util_init had run), so that log records are
+// seen whichever test of the process first ran an entry point.
 #include <gtest/gtest.h>
 
 #include "fake_device.h"
@@ -9,25 +11,27 @@ namespace {
 
 class ResetListener : public testing::EmptyTestEventListener {
 public:
-    ResetListener()
-        : opt_(g_http_opt),
-          level_(g_http_util_zlog_level),
-          category_(g_http_util_zlog_category) {}
+    ResetListener() : opt_(fake::startup().opt), level_(fake::startup().level) {}
 
     void OnTestStart(const testing::TestInfo &) override {
         fake::reset();
         g_http_opt = opt_;
         g_http_util_zlog_level = level_;
-        g_http_util_zlog_category = category_;
+        g_http_util_zlog_category = fake::device().zlog_init_result;
     }
 
 private:
     http_opt opt_;
     uint32_t level_;
-    void *category_;
 };
 
 }  // namespace
+
+namespace fake {
+// Read during static initialisation, before any test code runs.
+const Startup startup_state = {g_http_opt, g_http_util_zlog_level, g_http_util_zlog_category};
+const Startup &startup() { return startup_state; }
+}  // namespace fake
 
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
