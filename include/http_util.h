@@ -217,6 +217,25 @@ typedef struct http_url_param {
 
 /* ---- connection layer ---- */
 
+/* The URL record of an http:// URL (scheme compared without case): host,
+ * port (80 by default), path, file name and the server address, resolved
+ * through the device resolver (with is_mgmt) unless the host is an address
+ * literal; param is copied, mgmt_name (may be NULL) cut to 15 characters.
+ * Release it with free(). NULL on failure with *err set to
+ * HTTP_UTIL_ERR_PARAM, _NOT_HTTP, _NOMEM, _URL_FORMAT or _RESOLVE; *err is
+ * not written on success. A host (or bracketed IPv6 address) of 256
+ * characters or more is refused with HTTP_UTIL_ERR_URL_FORMAT, never cut.
+ * The record keeps the url pointer: the text must outlive it. */
+HTTP_UTIL_API http_url_param *http_create_url_param(const char *url, int *err,
+                                                    const http_util_param *param,
+                                                    uint32_t is_mgmt, const char *mgmt_name);
+
+/* Reads a TLV block (ended by an element of type 0; NULL = empty) into
+ * param: HTTP_UTIL_OK, or HTTP_UTIL_ERR_PARAM for an unknown type or a wrong
+ * length, with the elements before it already stored. The last of several
+ * elements of one type wins. */
+HTTP_UTIL_API int http_util_parse_tlv(const void *tlv, http_util_param *param);
+
 /* Writes all bytes, waiting up to five times 1 s while the socket is full.
  * 0 when everything was written (also for count 0), else -1 with errno.
  * timeout is accepted for the interface and not used. */
@@ -231,6 +250,24 @@ HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds
 /* The address as text for log records ("127.0.0.1 80"): a static area that
  * the next call overwrites. */
 HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen);
+
+/* A TCP socket connected to addr (blocking connect), placed in a VRF (vrf
+ * > 0; else with is_mgmt the VRF of the interface mgmt_name or of the
+ * management port) and bound to the IPv4 source src_ip (network order, 0 =
+ * none; IPv4 servers only); non-blocking when nonblock is non-zero.
+ * The descriptor, or -1 with nothing left open (the reason is logged). */
+HTTP_UTIL_API int http_create_socket(const struct sockaddr *addr, int addrlen, int nonblock,
+                                     int is_mgmt, uint32_t src_ip, const char *mgmt_name,
+                                     int vrf);
+
+/* Writes one head line through the handle's send buffer: "name: value"
+ * CR LF; name alone and CR LF when value is NULL; the empty line when name
+ * is NULL. LF characters in name and value are dropped. 0, or -1 when a
+ * socket write failed. */
+HTTP_UTIL_API int http_post_header(http_util *util, const char *name, const char *value);
+/* Writes what the send buffer holds: 0 (also when it was empty, without a
+ * system call), or -1 when the write failed; the bytes are dropped then. */
+HTTP_UTIL_API int http_flush(http_util *util);
 
 /* ---- response handling ---- */
 

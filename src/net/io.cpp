@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <limits.h>
 #include <netinet/in.h>
 #include <stdio.h>
 #include <sys/epoll.h>
@@ -31,7 +32,8 @@ int http_select_fd(int fd, int seconds, int direction) {
         HTTP_LOG("epoll add ctl fail, fd %d.", fd);
         return -1;
     }
-    int ms = seconds > 0 ? seconds * 1000 : 5000;
+    // Clamped: a huge limit must not overflow into a short or endless wait.
+    int ms = seconds <= 0 ? 5000 : seconds > INT_MAX / 1000 ? INT_MAX : seconds * 1000;
     struct epoll_event out = {};
     int n = epoll_wait(ep, &out, 1, ms);
     int saved = errno;
@@ -53,16 +55,15 @@ constexpr int kOnceCalls = 6;
 
 bool transient(int err) { return err == EINTR || err == EAGAIN; }
 
-// One read or write after a readiness wait; retried at once while the
-// call is interrupted or would block.
+// After a failed readiness wait: -1, with ETIMEDOUT when the limit passed.
+int wait_failed(int ready) {
+    if (ready == 0) errno = ETIMEDOUT;
+    return -1;
+}
+
+// One read or write, repeated at once while it is interrupted or would block.
 template <typename Call>
-int wait_then_once(int fd, int seconds, int direction, Call call) {
-    int ready = http_select_fd(fd, seconds, direction);
-    if (ready <= 0) {
-        HTTP_LOG("select failed, return: %d", ready);
-        if (ready == 0) errno = ETIMEDOUT;
-        return -1;
-    }
+int once_retrying(Call call) {
     for (int i = 0; i < kOnceCalls; ++i) {
         ssize_t n = call();
         if (n != -1) return static_cast<int>(n);
@@ -96,13 +97,25 @@ HTTP_UTIL_API int http_util_fd_write(int fd, const void *buf, int count, int /*t
     }
 }
 
+// The wait is logged here and not in a shared helper, so that the record
+// names the function the caller called.
 HTTP_UTIL_API int http_util_fd_write_nonblock(int fd, const void *buf, unsigned count,
                                               int seconds) {
-    return wait_then_once(fd, seconds, kWaitWrite, [&] { return write(fd, buf, count); });
+    int ready = http_select_fd(fd, seconds, kWaitWrite);
+    if (ready <= 0) {
+        HTTP_LOG("select failed, return: %d", ready);
+        return wait_failed(ready);
+    }
+    return once_retrying([&] { return write(fd, buf, count); });
 }
 
 HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds) {
-    return wait_then_once(fd, seconds, kWaitRead, [&] { return read(fd, buf, max); });
+    int ready = http_select_fd(fd, seconds, kWaitRead);
+    if (ready <= 0) {
+        HTTP_LOG("select failed, return: %d", ready);
+        return wait_failed(ready);
+    }
+    return once_retrying([&] { return read(fd, buf, max); });
 }
 
 HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen) {

@@ -4,15 +4,43 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <mutex>
+
+extern "C" void *__real_calloc(size_t n, size_t size);
 
 namespace interpose {
 
 std::string fail_open_path;
 int open_failures = 0;
+size_t fail_calloc_bytes = 0;
+int watch_write_fd = -1;
+std::vector<size_t> writes;
+std::set<int> sockopt_pretend_ok;
+int fail_bind_errno = 0;
+
+namespace {
+std::mutex sockopt_mutex;
+std::vector<SockoptCall> sockopt_log;
+}  // namespace
+
+std::vector<SockoptCall> sockopt_calls() {
+    std::lock_guard<std::mutex> lock(sockopt_mutex);
+    return sockopt_log;
+}
 
 void reset() {
     fail_open_path.clear();
     open_failures = 0;
+    fail_calloc_bytes = 0;
+    watch_write_fd = -1;
+    fail_bind_errno = 0;
+    writes.clear();
+    std::lock_guard<std::mutex> lock(sockopt_mutex);
+    sockopt_log.clear();
+    sockopt_pretend_ok.clear();
 }
 
 }  // namespace interpose
@@ -20,6 +48,14 @@ void reset() {
 namespace {
 
 using open_fn = int (*)(const char *, int, ...);
+using write_fn = ssize_t (*)(int, const void *, size_t);
+using setsockopt_fn = int (*)(int, int, int, const void *, socklen_t);
+using bind_fn = int (*)(int, const sockaddr *, socklen_t);
+
+template <typename Fn>
+Fn real(const char *name) {
+    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+}
 
 int forward_open(const char *name, const char *path, int flags, mode_t mode) {
     if (!interpose::fail_open_path.empty() && interpose::fail_open_path == path) {
@@ -27,8 +63,7 @@ int forward_open(const char *name, const char *path, int flags, mode_t mode) {
         errno = ENOENT;
         return -1;
     }
-    auto real = reinterpret_cast<open_fn>(dlsym(RTLD_NEXT, name));
-    return real(path, flags, mode);
+    return real<open_fn>(name)(path, flags, mode);
 }
 
 mode_t mode_arg(int flags, va_list ap) {
@@ -53,6 +88,43 @@ int open64(const char *path, int flags, ...) {
     mode_t mode = mode_arg(flags, ap);
     va_end(ap);
     return forward_open("open64", path, flags, mode);
+}
+
+// Linked with --wrap=calloc: the test binaries' own calls come here, the
+// C library's internal ones (dlsym among them) do not.
+void *__wrap_calloc(size_t n, size_t size) {
+    if (interpose::fail_calloc_bytes != 0 && n * size == interpose::fail_calloc_bytes) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __real_calloc(n, size);
+}
+
+ssize_t write(int fd, const void *buf, size_t count) {
+    if (interpose::watch_write_fd != -1 && fd == interpose::watch_write_fd)
+        interpose::writes.push_back(count);
+    return real<write_fn>("write")(fd, buf, count);
+}
+
+int setsockopt(int fd, int level, int name, const void *value, socklen_t len) {
+    std::lock_guard<std::mutex> lock(interpose::sockopt_mutex);
+    int v = 0;
+    if (len == sizeof v) memcpy(&v, value, sizeof v);
+    int result = interpose::sockopt_pretend_ok.count(name) != 0
+                     ? 0
+                     : real<setsockopt_fn>("setsockopt")(fd, level, name, value, len);
+    int saved = errno;
+    interpose::sockopt_log.push_back({fd, level, name, v, len, result});
+    errno = saved;
+    return result;
+}
+
+int bind(int fd, const sockaddr *addr, socklen_t len) {
+    if (interpose::fail_bind_errno != 0) {
+        errno = interpose::fail_bind_errno;
+        return -1;
+    }
+    return real<bind_fn>("bind")(fd, addr, len);
 }
 
 }  // extern "C"

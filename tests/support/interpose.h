@@ -4,7 +4,12 @@
 #ifndef HTTP_UTIL_TESTS_INTERPOSE_H
 #define HTTP_UTIL_TESTS_INTERPOSE_H
 
+#include <stddef.h>
+#include <sys/socket.h>
+
+#include <set>
 #include <string>
+#include <vector>
 
 namespace interpose {
 
@@ -12,6 +17,32 @@ namespace interpose {
 extern std::string fail_open_path;
 // How many opens were failed that way.
 extern int open_failures;
+
+// calloc() of exactly this many bytes in all fails with ENOMEM while it is
+// non-zero (the test binaries link with --wrap=calloc).
+extern size_t fail_calloc_bytes;
+
+// While it is not -1, the byte counts of write() calls on this descriptor,
+// in order.
+extern int watch_write_fd;
+extern std::vector<size_t> writes;
+
+struct SockoptCall {
+    int fd;
+    int level;
+    int name;
+    int value;  // the option as a 4-byte integer (0 for other lengths)
+    socklen_t len;
+    int result;
+};
+// Every setsockopt() so far, from any thread.
+std::vector<SockoptCall> sockopt_calls();
+// Option names whose setsockopt() succeeds without reaching the kernel
+// (set before the calls to observe).
+extern std::set<int> sockopt_pretend_ok;
+
+// bind() fails with this errno while it is non-zero.
+extern int fail_bind_errno;
 
 // Restores every interposed call to the C library's behaviour.
 void reset();

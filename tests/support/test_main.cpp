@@ -1,11 +1,13 @@
-// Test main shared by the suites: every test starts with fresh fakes, the
-// library's options as they were when the process started, and the fake log
-// category in place (as if http_util_init had run), so that log records are
-// seen whichever test of the process first ran an entry point.
+// Test main shared by the suites: every test starts with fresh fakes, no
+// injected faults, the library's options as they were when the process
+// started, and the fake log category in place (as if http_util_init had
+// run), so that log records are seen whichever test of the process first ran
+// an entry point.
 #include <gtest/gtest.h>
 
 #include "fake_device.h"
 #include "http_util.h"
+#include "interpose.h"
 
 namespace {
 
@@ -15,6 +17,7 @@ public:
 
     void OnTestStart(const testing::TestInfo &) override {
         fake::reset();
+        interpose::reset();
         g_http_opt = opt_;
         g_http_util_zlog_level = level_;
         g_http_util_zlog_category = fake::device().zlog_init_result;

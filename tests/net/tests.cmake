@@ -1,0 +1,6 @@
+list(APPEND HTTP_UTIL_UNIT_TESTS
+    net/io_test.cpp
+    net/request_writer_test.cpp
+    net/socket_test.cpp
+    net/tlv_test.cpp
+    net/url_test.cpp)
