@@ -15,6 +15,7 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <sys/socket.h>
+#include <time.h>
 
 #if defined(__GNUC__)
 #define HTTP_UTIL_API __attribute__((visibility("default")))
@@ -271,7 +272,57 @@ HTTP_UTIL_API int http_flush(http_util *util);
 
 /* ---- response handling ---- */
 
+/* Takes the response head off the socket up to and including its empty
+ * line; body bytes stay in the socket. Returns a malloc'd C string the
+ * caller frees ("" when the reply does not begin with "HTTP": nothing is
+ * consumed), or NULL with *err set to a result code; *err is not written
+ * on success. url is only handed to http_change_progess (may be NULL). */
+HTTP_UTIL_API char *http_read_http_response_head(int fd, http_url_param *url, int *err);
+/* Copies the line before the first CR LF of text into dst (size bytes) and
+ * returns the position after the CR LF; NULL when there is no CR LF or the
+ * line has size characters or more. */
+HTTP_UTIL_API const char *http_getline(const char *text, char *dst, int size);
+/* Status code of a status line (without CR LF) into rsp->status: 0, or -1
+ * when the line is not a status line. */
+HTTP_UTIL_API int http_parse_resp_status(http_rsp *rsp, const char *line);
+/* Parses a whole head into util->rsp and classifies it: HTTP_UTIL_OK (read
+ * the body), HTTP_UTIL_ERR_REDIRECT (Location in rsp.new_local) or a failure
+ * code. ref->start is the offset the body was asked from. */
+HTTP_UTIL_API int http_parse_http_response_head(http_util *util, http_progress_ref *ref,
+                                                const char *head);
+/* One header field into rsp: 0, or HTTP_UTIL_ERR_RSP_FORMAT for a
+ * Content-Range it cannot read. Unknown names are ignored. */
+HTTP_UTIL_API int http_parse_rsp_head(http_rsp *rsp, http_progress_ref *ref, const char *name,
+                                      const char *value);
+/* 0 when text matches pattern: ASCII case ignored, "-" in the pattern
+ * matches any character, "*" a run; the text ends at a double quote. */
+HTTP_UTIL_API int http_tag_cmp(const char *text, const char *pattern);
+/* A Content-Range value such as "bytes 0-99/1000": 1 when read, 0 otherwise.
+ * A length of "*" gives -1; an unsatisfiable range ("*" before the "/")
+ * stores the length only. */
+HTTP_UTIL_API int parse_content_range(const char *value, int32_t *first, int32_t *last,
+                                      int32_t *length);
+/* An HTTP date (RFC 1123, RFC 850, asctime) as Unix time, or -1. Switches
+ * the process's LC_TIME to "C" for the call. */
+HTTP_UTIL_API time_t http_atotm(const char *date);
+/* Reads toread body bytes (-1: up to the close) into out (may be NULL), or
+ * into ref's on_data when set, leaving out the first skip bytes; reports
+ * HTTP_UTIL_PROGRESS_BODY after every block. A result code. */
+HTTP_UTIL_API int http_fd_read_body(http_url_param *url, int fd, FILE *out,
+                                    http_progress_ref *ref, int32_t toread, uint32_t skip);
+/* The same for a chunked body, up to its zero-size chunk (the CR LF after it
+ * and any trailer stay in the socket). A result code. */
+HTTP_UTIL_API int http_fd_read_body_chunked(http_url_param *url, int fd, FILE *out,
+                                            http_progress_ref *ref, uint32_t skip);
+
 /* ---- progress ---- */
+
+/* Reports one stage (HTTP_UTIL_PROGRESS_*) of a transfer: prints on the CLI
+ * user's terminal when url->param.show_progress is 1 and keeps ref's
+ * progress record current. 0 = go on, -1 = cancel (Ctrl+C typed, or
+ * on_progress returned non-zero). ref and url may be NULL. */
+HTTP_UTIL_API int http_change_progess(uint32_t stage, http_progress_ref *ref, uint32_t count,
+                                      http_url_param *url);
 
 /* ---- upload ---- */
 

@@ -30,6 +30,8 @@ std::vector<SockoptCall> sockopt_calls() {
     std::lock_guard<std::mutex> lock(sockopt_mutex);
     return sockopt_log;
 }
+std::optional<timespec> fake_monotonic;
+int fake_monotonic_reads = 0;
 
 void reset() {
     fail_open_path.clear();
@@ -41,6 +43,8 @@ void reset() {
     std::lock_guard<std::mutex> lock(sockopt_mutex);
     sockopt_log.clear();
     sockopt_pretend_ok.clear();
+    fake_monotonic.reset();
+    fake_monotonic_reads = 0;
 }
 
 }  // namespace interpose
@@ -51,6 +55,7 @@ using open_fn = int (*)(const char *, int, ...);
 using write_fn = ssize_t (*)(int, const void *, size_t);
 using setsockopt_fn = int (*)(int, int, int, const void *, socklen_t);
 using bind_fn = int (*)(int, const sockaddr *, socklen_t);
+using clock_gettime_fn = int (*)(clockid_t, struct timespec *);
 
 template <typename Fn>
 Fn real(const char *name) {
@@ -125,6 +130,16 @@ int bind(int fd, const sockaddr *addr, socklen_t len) {
         return -1;
     }
     return real<bind_fn>("bind")(fd, addr, len);
+}
+
+int clock_gettime(clockid_t clock, struct timespec *ts) noexcept {
+    if (clock == CLOCK_MONOTONIC && interpose::fake_monotonic) {
+        ++interpose::fake_monotonic_reads;
+        *ts = *interpose::fake_monotonic;
+        return 0;
+    }
+    static auto forward = real<clock_gettime_fn>("clock_gettime");
+    return forward(clock, ts);
 }
 
 }  // extern "C"

@@ -6,7 +6,9 @@
 
 #include <stddef.h>
 #include <sys/socket.h>
+#include <time.h>
 
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -43,6 +45,13 @@ extern std::set<int> sockopt_pretend_ok;
 
 // bind() fails with this errno while it is non-zero.
 extern int fail_bind_errno;
+
+// While set, clock_gettime(CLOCK_MONOTONIC) answers this time instead of
+// the system's, so that tests can step whole seconds without sleeping.
+// Other clocks always go to the C library.
+extern std::optional<timespec> fake_monotonic;
+// Monotonic reads answered by the fake.
+extern int fake_monotonic_reads;
 
 // Restores every interposed call to the C library's behaviour.
 void reset();

@@ -86,6 +86,10 @@ Server &Server::read_until_close() { steps_.push_back({Kind::ReadUntilClose, {},
 Server &Server::send(const std::string &bytes) { steps_.push_back({Kind::Send, bytes, 0, {}}); return *this; }
 Server &Server::pause(milliseconds d) { steps_.push_back({Kind::Pause, {}, 0, d}); return *this; }
 Server &Server::stall(milliseconds d) { return pause(d); }
+Server &Server::wait_until(std::function<bool()> ready) {
+    steps_.push_back({Kind::WaitUntil, {}, 0, {}, std::move(ready)});
+    return *this;
+}
 Server &Server::half_close() { steps_.push_back({Kind::HalfClose, {}, 0, {}}); return *this; }
 Server &Server::close() { steps_.push_back({Kind::Close, {}, 0, {}}); return *this; }
 Server &Server::reset() { steps_.push_back({Kind::Reset, {}, 0, {}}); return *this; }
@@ -186,6 +190,13 @@ void Server::run() {
             break;
         case Kind::Pause:
             if (!sleep_for(step.delay)) stopping = true;
+            break;
+        case Kind::WaitUntil:
+            while (!step.ready())
+                if (!sleep_for(milliseconds(1))) {
+                    stopping = true;
+                    break;
+                }
             break;
         case Kind::ReadRequest: {
             if (!ensure_connection()) break;

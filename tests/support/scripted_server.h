@@ -20,6 +20,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -50,6 +51,10 @@ public:
     Server &send(const std::string &bytes);
     Server &pause(milliseconds d);    // wait before the next step
     Server &stall(milliseconds d);    // neither read nor write for a while
+    // Holds the script until ready() is true (checked every millisecond on
+    // the server's thread), e.g. until the client has taken the bytes sent
+    // so far, so that the next send is seen separately.
+    Server &wait_until(std::function<bool()> ready);
     Server &half_close();             // shutdown(SHUT_WR): the peer reads EOF
     Server &close();                  // close the connection
     Server &reset();                  // close with a TCP reset
@@ -72,13 +77,14 @@ public:
     size_t connections() const;
 
 private:
-    enum class Kind { ReadRequest, ReadBytes, ReadUntilClose, Send, Pause, HalfClose, Close, Reset,
-                      NextConnection };
+    enum class Kind { ReadRequest, ReadBytes, ReadUntilClose, Send, Pause, WaitUntil, HalfClose, Close,
+                      Reset, NextConnection };
     struct Step {
         Kind kind;
         std::string bytes;
         size_t count = 0;
         milliseconds delay{0};
+        std::function<bool()> ready = {};
     };
 
     void run();

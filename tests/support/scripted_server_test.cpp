@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
 
 namespace {
@@ -93,6 +94,22 @@ TEST(ScriptedServer, DestroyingAStalledServerDoesNotWait) {
         close(fd);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(5));
+}
+
+TEST(ScriptedServer, WaitUntilHoldsTheScriptUntilTheConditionHolds) {
+    std::atomic<bool> go{false};
+    scripted::Server srv;
+    srv.send("one").wait_until([&] { return go.load(); }).send("two");
+    srv.start();
+    int fd = srv.connect_client(false);
+    char buf[8] = {};
+    ASSERT_EQ(read(fd, buf, sizeof buf), 3);
+    pollfd p = {fd, POLLIN, 0};
+    EXPECT_EQ(poll(&p, 1, 100), 0) << "nothing more before the condition holds";
+    go = true;
+    EXPECT_EQ(read_all(fd), "two");
+    ASSERT_TRUE(srv.wait());
+    close(fd);
 }
 
 TEST(ScriptedServer, UnusedPortRefusesConnections) {

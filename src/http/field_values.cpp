@@ -1,0 +1,130 @@
+// The header fields the library cares about, and the tolerant comparison
+// and Content-Range parser they need.
+#include <ctype.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+
+#include "frame/log.h"
+#include "frame/raii.h"
+#include "http_util.h"
+
+namespace {
+
+using http_util_internal::copy_bounded;
+
+unsigned char fold(char c) {
+    auto u = static_cast<unsigned char>(c);
+    return (u >= 'A' && u <= 'Z') ? static_cast<unsigned char>(u - 'A' + 'a') : u;
+}
+
+// A quoted value is compared up to its quote.
+bool text_ended(char c) { return c == '\0' || c == '"'; }
+
+bool is_digit(char c) { return isdigit(static_cast<unsigned char>(c)) != 0; }
+bool is_space(char c) { return isspace(static_cast<unsigned char>(c)) != 0; }
+
+// Decimal digits into 32 bits; servers that send more get a wrapped value.
+int32_t read_digits(const char *&p) {
+    uint32_t v = 0;
+    while (is_digit(*p)) v = v * 10u + static_cast<uint32_t>(*p++ - '0');
+    return static_cast<int32_t>(v);
+}
+
+// Content-Length as the 32-bit device reads it: out-of-range values clamp
+// to the 32-bit limits on every word size.
+int32_t content_length(const char *value) {
+    long v = strtol(value, nullptr, 10);
+    if (v > INT32_MAX) return INT32_MAX;
+    if (v < INT32_MIN) return INT32_MIN;
+    return static_cast<int32_t>(v);
+}
+
+}  // namespace
+
+extern "C" {
+
+HTTP_UTIL_API int http_tag_cmp(const char *text, const char *pattern) {
+    for (; !text_ended(*text); ++text, ++pattern) {
+        // A dash in the pattern stands for any one character.
+        if (*pattern == '-' || *pattern == *text || fold(*pattern) == fold(*text)) continue;
+        if (*pattern != '*') return 1;
+        if (pattern[1] == '\0') return 0;
+        // A star covers a run of text up to a character that folds to the
+        // one after it, from which the rest has to match.
+        unsigned char next = fold(pattern[1]);
+        for (; !text_ended(*text); ++text)
+            if (fold(*text) == next && http_tag_cmp(text + 1, pattern + 2) == 0) return 0;
+        return (next == '*' && pattern[2] == '\0') ? 0 : next;
+    }
+    if (pattern[0] == '*' && pattern[1] == '\0') return 0;
+    return static_cast<unsigned char>(*pattern);
+}
+
+HTTP_UTIL_API int parse_content_range(const char *value, int32_t *first, int32_t *last,
+                                      int32_t *length) {
+    const char *p = value;
+    if (strncasecmp(p, "bytes", 5) == 0) {
+        p += 5;
+        if (*p == ':') ++p;
+        while (is_space(*p)) ++p;
+        if (*p == '\0') return 0;
+    }
+    if (*p == '*') {
+        // Unsatisfiable range: only the complete length is given.
+        ++p;
+        if (*p == '/') ++p;
+        *length = *p == '*' ? -1 : read_digits(p);
+        return 1;
+    }
+    if (!is_digit(*p)) return 0;
+    int32_t v = read_digits(p);
+    if (p[0] != '-' || !is_digit(p[1])) return 0;
+    *first = v;
+    ++p;
+    v = read_digits(p);
+    if (p[0] != '/' || !(p[1] == '*' || is_digit(p[1]))) return 0;
+    *last = v;
+    ++p;
+    *length = *p == '*' ? -1 : read_digits(p);
+    return 1;
+}
+
+HTTP_UTIL_API int http_parse_rsp_head(http_rsp *rsp, http_progress_ref * /*ref*/,
+                                      const char *name, const char *value) {
+    HTTP_LOG("%s: %s", name, value);
+    if (http_tag_cmp(name, "Content-Length") == 0) {
+        rsp->content_len = content_length(value);
+    } else if (http_tag_cmp(name, "Transfer-Encoding") == 0) {
+        if (http_tag_cmp(value, "chunked") == 0) rsp->chunked = 1;
+    } else if (http_tag_cmp(name, "Connection") == 0) {
+        if (http_tag_cmp(value, "keep-alive") == 0)
+            rsp->keep_alive = 1;
+        else if (http_tag_cmp(value, "close") == 0)
+            rsp->keep_alive = 0;
+    } else if (http_tag_cmp(name, "Accept-Ranges") == 0) {
+        if (strcmp(value, "none") == 0)
+            rsp->accept_ranges = 0;
+        else if (strcmp(value, "bytes") == 0)
+            rsp->accept_ranges = 1;
+    } else if (http_tag_cmp(name, "Content-Range") == 0) {
+        if (!parse_content_range(value, &rsp->range_start, &rsp->range_end, &rsp->file_len)) {
+            HTTP_LOG("parse content-range fail");
+            return HTTP_UTIL_ERR_RSP_FORMAT;
+        }
+        HTTP_LOG("%ld-%ld/%ld", static_cast<long>(rsp->range_start),
+                 static_cast<long>(rsp->range_end), static_cast<long>(rsp->file_len));
+    } else if (http_tag_cmp(name, "Last-Modified") == 0) {
+        copy_bounded(rsp->last_modified, value);
+        // The time comes from the whole value, not the stored cut.
+        rsp->mtime = static_cast<int32_t>(http_atotm(value));
+        if (rsp->mtime == -1) HTTP_LOG("Last-modified header invalid -- time-stamp ignored.");
+    } else if (http_tag_cmp(name, "Location") == 0) {
+        copy_bounded(rsp->new_local, value);
+        HTTP_LOG("[newlocation] rsp->new_local %s", rsp->new_local);
+    }
+    return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,146 @@
+// From the head text to the parsed response record and one result code.
+#include <ctype.h>
+#include <string.h>
+
+#include "frame/handle.h"
+#include "frame/log.h"
+#include "http/response.h"
+#include "http_util.h"
+
+namespace {
+
+constexpr size_t kLineSize = 512;
+
+bool is_digit(char c) { return isdigit(static_cast<unsigned char>(c)) != 0; }
+bool is_space(char c) { return isspace(static_cast<unsigned char>(c)) != 0; }
+bool is_blank_or_control(char c) {
+    auto u = static_cast<unsigned char>(c);
+    return u >= 1 && u <= 32;
+}
+
+const char *skip_digits(const char *p) {
+    while (is_digit(*p)) ++p;
+    return p;
+}
+
+const char *skip_space(const char *p) {
+    while (is_space(*p)) ++p;
+    return p;
+}
+
+// The value of a header line without surrounding blanks and quotes; its
+// first character is never cut.
+char *trim_value(char *v) {
+    while (is_blank_or_control(*v)) ++v;
+    if (*v == '"') ++v;
+    size_t len = strlen(v);
+    if (len == 0) return v;
+    char *e = v + len - 1;
+    while (e > v && static_cast<unsigned char>(*e) <= 32) *e-- = '\0';
+    if (*e == '"') *e = '\0';
+    return v;
+}
+
+bool is_redirect(int32_t status) {
+    return status == 300 || status == 301 || status == 302 || status == 303 || status == 307;
+}
+
+}  // namespace
+
+// Checked in this order: a range that starts elsewhere than asked is
+// refused whatever the status.
+int http_util_internal::http_process_response_head(http_util *util, http_progress_ref *ref) {
+    const http_rsp &rsp = util->rsp;
+    int32_t status = rsp.status;
+    HTTP_LOG("statcode:%d.", status);
+    if (status == 403) return HTTP_UTIL_ERR_FORBIDDEN;
+    if (status == 404) return HTTP_UTIL_ERR_NOT_FOUND;
+    if (status == 401) return HTTP_UTIL_ERR_UNAUTHORIZED;
+    if (status == 416) {
+        HTTP_LOG("Range wrong.");
+        return HTTP_UTIL_ERR_RANGE;
+    }
+    int32_t start = ref != nullptr ? ref->start : 0;
+    if (rsp.range_start != 0 && rsp.range_start != start) return HTTP_UTIL_ERR_PROTOCOL;
+    if (status == 206 && rsp.range_start == 0) return HTTP_UTIL_ERR_UNEXPECTED_RSP;
+    if (is_redirect(status)) {
+        HTTP_LOG("http-get return newlocation, statcode:%d", status);
+        return HTTP_UTIL_ERR_REDIRECT;
+    }
+    if (status >= 200 && status <= 299) return HTTP_UTIL_OK;
+    HTTP_LOG("statcode:%d is not suport.", status);
+    return HTTP_UTIL_ERR_UNEXPECTED_RSP;
+}
+
+extern "C" {
+
+// Only CR LF ends a line: a bare LF belongs to the line.
+HTTP_UTIL_API const char *http_getline(const char *text, char *dst, int size) {
+    const char *crlf = strstr(text, "\r\n");
+    if (crlf == nullptr) return nullptr;
+    auto len = static_cast<long>(crlf - text);
+    if (len == 0) {
+        dst[0] = '\0';
+        return crlf + 2;
+    }
+    if (len >= size) return nullptr;
+    memcpy(dst, text, static_cast<size_t>(len));
+    dst[len] = '\0';
+    return crlf + 2;
+}
+
+HTTP_UTIL_API int http_parse_resp_status(http_rsp *rsp, const char *line) {
+    HTTP_LOG("status: %s", line);
+    if (strncmp(line, "HTTP", 4) != 0) return -1;
+    const char *p = line + 4;
+    if (*p == '/') {
+        // The version is passed over, not examined.
+        p = skip_digits(p + 1);
+        if (*p == '.') ++p;
+        p = skip_digits(p);
+    }
+    p = skip_space(p);
+    if (!is_digit(p[0]) || !is_digit(p[1]) || !is_digit(p[2])) return -1;
+    rsp->status = (p[0] - '0') * 100 + (p[1] - '0') * 10 + (p[2] - '0');
+    p += 3;
+    if (*p != '\0' && !is_space(*p)) {
+        HTTP_LOG("invalid status line");
+        return -1;
+    }
+    HTTP_LOG("rsp->status:%d status message: [%s]", rsp->status, skip_space(p));
+    return 0;
+}
+
+HTTP_UTIL_API int http_parse_http_response_head(http_util *util, http_progress_ref *ref,
+                                                const char *head) {
+    http_rsp *rsp = &util->rsp;
+    http_util_internal::http_rsp_reset(rsp);
+    char line[kLineSize] = {};
+    const char *p = http_getline(head, line, sizeof line);
+    if (p == nullptr) {
+        HTTP_LOG("parse response header error because the packet have't CRLF");
+        return HTTP_UTIL_ERR_RSP_FORMAT;
+    }
+    if (http_parse_resp_status(rsp, line) != 0) {
+        HTTP_LOG("http_parse_resp_status error");
+        return HTTP_UTIL_ERR_RSP_FORMAT;
+    }
+    for (;;) {
+        p = http_getline(p, line, sizeof line);
+        if (p == nullptr) {
+            HTTP_LOG("parse response header error because the packet have't CRLFCRLF");
+            return HTTP_UTIL_ERR_RSP_FORMAT;
+        }
+        if (line[0] == '\0') break;
+        HTTP_LOG("HTTP header: %s", line);
+        char *colon = strchr(line, ':');
+        if (colon == nullptr) continue;
+        // The name is kept as sent: a blank before the colon makes it unknown.
+        *colon = '\0';
+        int rc = http_parse_rsp_head(rsp, ref, line, trim_value(colon + 1));
+        if (rc != 0) return rc;
+    }
+    return http_util_internal::http_process_response_head(util, ref);
+}
+
+}  // extern "C"

@@ -1,0 +1,154 @@
+// The response head is taken off the socket exactly: peek, find the empty
+// line, then read no further than it, so the body stays for the body readers.
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <time.h>
+
+#include <algorithm>
+
+#include "frame/log.h"
+#include "frame/raii.h"
+#include "http/response.h"
+#include "http_util.h"
+#include "net/io.h"
+
+namespace http_util_internal {
+
+namespace {
+
+constexpr long kHeadInitialSize = 2048;
+constexpr long kHeadMaxSize = 4096;
+constexpr time_t kHeadDeadline = 29;  // whole seconds; the 30th ends the wait
+constexpr int kPeekWait = 1;
+
+time_t monotonic_seconds() {
+    struct timespec now = {0, 0};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec;
+}
+
+}  // namespace
+
+int http_fd_peek(int fd, char *buf, size_t len, int wait_s) {
+    int ready = http_select_fd(fd, wait_s, kWaitRead);
+    if (ready <= 0) {
+        HTTP_LOG("select failed, return: %d", ready);
+        if (ready == 0) errno = ETIMEDOUT;
+        return -1;
+    }
+    ssize_t n;
+    do {
+        n = recv(fd, buf, len, MSG_PEEK);
+    } while (n == -1 && (errno == EINTR || errno == EAGAIN));
+    return static_cast<int>(n);
+}
+
+// Scanning starts two bytes before the new ones, so an end whose first
+// bytes came with an earlier peek is found.
+const char *http_response_head_terminator(const char *start, const char *peeked, int len) {
+    if (peeked == start && memcmp(start, "HTTP", std::min(len, 4)) != 0) {
+        HTTP_LOG("the first line is not HTTP STATUS");
+        return start;
+    }
+    const char *p = peeked - start >= 2 ? peeked - 2 : start;
+    const char *end = peeked + len;
+    for (; p < end - 2; ++p) {
+        if (*p != '\n') continue;
+        if (p[1] == '\r' && p[2] == '\n') return p + 3;
+        if (p[1] == '\n') return p + 2;
+    }
+    if (end - p >= 2 && p[0] == '\n' && p[1] == '\n') return p + 2;
+    return nullptr;
+}
+
+char *http_fd_read_hunk(int fd, http_url_param *url, int *err) {
+    long bufsize = kHeadInitialSize;
+    MallocPtr<char> buf(static_cast<char *>(calloc(1, static_cast<size_t>(bufsize))));
+    if (!buf) {
+        HTTP_LOG("malloc error, bufsize: %ld.", bufsize);
+        *err = HTTP_UTIL_ERR_NOMEM;
+        return nullptr;
+    }
+    int tail = 0;
+    const time_t begin = monotonic_seconds();
+
+    for (;;) {
+        if (monotonic_seconds() - begin > kHeadDeadline) {
+            HTTP_LOG("wait response timeout.");
+            *err = HTTP_UTIL_ERR_RSP_TIMEOUT;
+            return nullptr;
+        }
+        char *at = buf.get() + tail;
+        int n = http_fd_peek(fd, at, static_cast<size_t>(bufsize - 1 - tail), kPeekWait);
+        if (n == 0 || (n < 0 && errno != ETIMEDOUT)) {
+            *err = HTTP_UTIL_ERR_RECV_RSP;
+            return nullptr;
+        }
+        if (n > 0) HTTP_LOG("peek length: %d, tail: %d, bufsize: %ld.", n, tail, bufsize);
+        // Reported after every peek, a wait that timed out included, so the
+        // user sees the wait and can cancel it.
+        if (http_change_progess(HTTP_UTIL_PROGRESS_HEAD, nullptr, n > 0 ? static_cast<uint32_t>(n) : 0,
+                                url) != 0) {
+            HTTP_LOG("cancle by user.");
+            *err = HTTP_UTIL_ERR_CANCELED;
+            return nullptr;
+        }
+        if (n < 0) continue;
+
+        const char *end = http_response_head_terminator(buf.get(), at, n);
+        int amount = n;
+        if (end != nullptr) {
+            amount = static_cast<int>(end - at);
+            if (amount == 0) {  // not an HTTP reply: nothing is consumed
+                *at = '\0';
+                return buf.release();
+            }
+        }
+        int got = http_util_fd_read(fd, at, static_cast<unsigned>(amount), 0);
+        if (got < 0) {
+            HTTP_LOG("read err,ret: %d, tail: %d, remain: %d", got, tail, amount);
+            *err = HTTP_UTIL_ERR_RECV_RSP;
+            return nullptr;
+        }
+        tail += got;
+        buf.get()[tail] = '\0';
+        HTTP_LOG("rdlen: %d, tail: %d", got, tail);
+        if (got == 0) {
+            if (tail == 0) {
+                *err = HTTP_UTIL_ERR_RECV_RSP;
+                return nullptr;
+            }
+            return buf.release();
+        }
+        if (end != nullptr && got == amount) return buf.release();
+
+        if (tail == bufsize - 1) {
+            if (bufsize >= kHeadMaxSize) {
+                HTTP_LOG("reached maxsize, bufsize: %ld.", bufsize);
+                *err = HTTP_UTIL_ERR_HEAD_TOO_LONG;
+                return nullptr;
+            }
+            long grown = std::min(bufsize * 2, kHeadMaxSize);
+            char *old = buf.release();
+            auto *p = static_cast<char *>(realloc(old, static_cast<size_t>(grown)));
+            if (p == nullptr) {
+                buf.reset(old);  // still ours to free
+                HTTP_LOG("realloc error, bufsize: %ld.", grown);
+                *err = HTTP_UTIL_ERR_NOMEM;
+                return nullptr;
+            }
+            buf.reset(p);
+            memset(p + tail, 0, static_cast<size_t>(grown - tail));
+            bufsize = grown;
+        }
+    }
+}
+
+}  // namespace http_util_internal
+
+extern "C" HTTP_UTIL_API char *http_read_http_response_head(int fd, http_url_param *url,
+                                                            int *err) {
+    return http_util_internal::http_fd_read_hunk(fd, url, err);
+}
