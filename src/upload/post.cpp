@@ -14,7 +14,7 @@
 
 #include "frame/log.h"
 #include "frame/raii.h"
-#include "upload/pending.h"
+#include "http_util.h"
 
 namespace http_util_internal {
 

@@ -6,7 +6,7 @@
 
 #include "frame/log.h"
 #include "frame/raii.h"
-#include "upload/pending.h"
+#include "http_util.h"
 #include "upload/post.h"
 
 using http_util_internal::MallocPtr;

@@ -211,7 +211,8 @@ TEST_F(PostTest, LogRecordsNameTheUploadModule) {
 
 // A server that stops reading: six timed-out one-second waits in a row end
 // the upload, with a "." on the terminal for each wait the upload survives.
-TEST_F(PostTest, SlowStalledServerEndsTheUploadWithSendFailed) {
+using PostSlowTest = PostTest;
+TEST_F(PostSlowTest, StalledServerEndsTheUploadWithSendFailed) {
     const std::string file = dir_.write("big", std::string(32 << 20, 'z'));
     scripted::Server srv;
     srv.small_receive_buffer().stall(std::chrono::seconds(30));
