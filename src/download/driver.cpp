@@ -6,7 +6,6 @@
 #include <time.h>
 
 #include "download/download.h"
-#include "download/pending.h"
 #include "frame/log.h"
 #include "frame/raii.h"
 #include "http_util.h"

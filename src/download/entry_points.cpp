@@ -3,7 +3,6 @@
 #include <string.h>
 
 #include "download/download.h"
-#include "download/pending.h"
 #include "http_util.h"
 
 namespace {

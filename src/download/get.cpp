@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include "download/download.h"
-#include "download/pending.h"
 #include "frame/log.h"
 #include "frame/raii.h"
 #include "http_util.h"
