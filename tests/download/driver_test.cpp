@@ -89,25 +89,6 @@ TEST_F(Driver, RandomPauseLiesBetweenHalfAndOneAndAHalfWaits) {
     }
 }
 
-TEST_F(Driver, WaitZeroMakesNoPause) {
-    g_http_opt.wait = 0;
-    g_http_opt.random_wait = 1;
-    http_util_internal::http_sleep_between_retrievals(1);
-    http_util_internal::http_sleep_between_retrievals(2);
-    EXPECT_TRUE(interpose::pauses.empty());
-    EXPECT_TRUE(fake::log_texts("http_sleep_between_retrievals").empty());
-}
-
-TEST_F(Driver, PlainPauseIsTheWholeWait) {
-    g_http_opt.wait = 7;
-    g_http_opt.random_wait = 0;
-    http_util_internal::http_sleep_between_retrievals(1);
-    ASSERT_EQ(interpose::pauses.size(), 1u);
-    EXPECT_EQ(interpose::pauses[0].tv_sec, 7);
-    EXPECT_EQ(interpose::pauses[0].tv_usec, 0);
-    EXPECT_TRUE(fake::log_texts("http_sleep_between_retrievals").empty());
-}
-
 TEST_F(Driver, OnlyTheFirstPauseIsRandomisedAndLogged) {
     g_http_opt.wait = 10;
     g_http_opt.random_wait = 1;

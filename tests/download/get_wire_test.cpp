@@ -161,18 +161,6 @@ TEST_F(GetWire, WithoutTimestampCheckTheChangedFileIsAppendedTo) {
     EXPECT_EQ(dltest::mtime_of(file), kServerTime);
 }
 
-TEST_F(GetWire, PartialFileWithTheServerTimeIsResumed) {
-    dltest::write_file(file, pattern(1000));
-    struct utimbuf same = {kServerTime, kServerTime};
-    ASSERT_EQ(utime(file.c_str(), &same), 0);
-    scripted::Server srv;
-    srv.read_request().send(dltest::second_half(dltest::last_modified()));
-    srv.start();
-    EXPECT_EQ(http_download_file_ntry(srv.url("/b.bin").c_str(), file.c_str(), 0), HTTP_UTIL_OK);
-    EXPECT_EQ(dltest::read_file(file), pattern(2000));
-    EXPECT_EQ(dltest::mtime_of(file), kServerTime);
-}
-
 // The announced lengths as the attempt corrects them before the body.
 TEST_F(GetWire, LengthReconciliation) {
     const std::string kSpan = "warning: Content-Range doesn't match Content-Length.";
