@@ -115,6 +115,26 @@ TEST_F(CopyWire, ShowProgressTwoPrintsNothing) {
     EXPECT_EQ(fake::device().terminal, "");
 }
 
+TEST_F(CopyWire, CtrlCDuringTheBodyCancelsAndKeepsTheDestination) {
+    dltest::write_file(dst, "old contents");
+    scripted::Server srv;
+    srv.read_request().send(ok_head(100000) + pattern(2000)).read_until_close();
+    srv.start();
+    param.ntry = 3;
+    // Ctrl+C is typed once body bytes have reached the temporary file.
+    fake::device().key_source = [this] {
+        for (const std::string &n : names())
+            if (n != "dst.bin" && dltest::read_file(dir.file(n)).size() > 0) return 3;
+        return -1;
+    };
+    EXPECT_EQ(http_util_copy(srv.url("/a.bin").c_str(), dst.c_str(), &param),
+              HTTP_UTIL_ERR_CANCELED);
+    ASSERT_TRUE(srv.wait());
+    EXPECT_EQ(srv.connections(), 1u) << "a cancel is not retried";
+    EXPECT_EQ(dltest::read_file(dst), "old contents");
+    EXPECT_EQ(names(), std::vector<std::string>{"dst.bin"});
+}
+
 TEST_F(CopyWire, UploadSendsTheLocalFileAsAForm) {
     std::string src = dir.write("up.bin", pattern(3000));
     scripted::Server srv;
