@@ -326,6 +326,34 @@ HTTP_UTIL_API int http_change_progess(uint32_t stage, http_progress_ref *ref, ui
 
 /* ---- upload ---- */
 
+/* Uploads local_file to url (http:// only) as the one part, named "file1",
+ * of a multipart/form-data POST. One attempt, no redirection. 0 when the
+ * server answered 200; HTTP_UTIL_ERR_NOT_OK for another accepted status.
+ * The size sent in Content-Length is the file's size when it was opened:
+ * never more bytes than that are sent, a file that grew is cut there, and
+ * a file that shrank meanwhile ends the upload with HTTP_UTIL_ERR_READ_FILE.
+ * Files of 2 GiB or more are refused with HTTP_UTIL_ERR_READ_FILE. */
+HTTP_UTIL_API int http_upload_file(const char *url, const char *local_file);
+/* The same with parameters from a TLV block (NULL = none); a bad block is
+ * refused with HTTP_UTIL_ERR_PARAM before any connection. */
+HTTP_UTIL_API int http_upload_file_tlv(const char *url, const char *local_file, const void *tlv);
+/* The same through the management out-of-band port. */
+HTTP_UTIL_API int http_mgnt_upload_file(const char *url, const char *local_file);
+/* The upload with the caller's own parameters (vrf, show_progress, src_ip);
+ * param is only read. Also sets up logging (http_util_init). */
+HTTP_UTIL_API int http_upload_param(const char *url, const char *local_file,
+                                    const http_util_param *param, uint8_t is_mgmt,
+                                    const char *mgmt_name);
+/* Posts local_file to the server of a URL record (multipart when
+ * url->multipart is set, else the raw bytes) and saves the answer's body to
+ * save_path unless it is NULL or empty. Reports the begin and end stages. */
+HTTP_UTIL_API int http_post_loop(http_url_param *url, const char *local_file,
+                                 const char *save_path);
+/* name, a dot and six letters or digits: a path that did not exist when it
+ * was made (nothing is created). Freed by the caller; NULL for a NULL name,
+ * no memory, or five names in a row already taken. */
+HTTP_UTIL_API char *http_util_generate_tmpname(const char *name);
+
 /* ---- download ---- */
 
 /* Downloads url (an http:// URL; only its first 255 characters are used)
