@@ -8,22 +8,12 @@
 #include <unistd.h>
 
 #include "download/download.h"
+#include "frame/handle.h"
 #include "frame/log.h"
 #include "frame/raii.h"
 #include "http_util.h"
 
 namespace http_util_internal {
-
-namespace {
-
-// Every failure drops the connection, so that the next attempt starts on a
-// fresh one.
-void close_socket(http_util *util) {
-    if (util->socket != -1) (void)close(util->socket);
-    util->socket = -1;
-}
-
-}  // namespace
 
 int format_host_value(char *buf, size_t size, const http_url_param *url) {
     const bool v4 = url->ip_addr.ss_family == AF_INET;
@@ -80,7 +70,7 @@ int http_get(http_url_param *url, http_util *util, http_progress_ref *ref) {
 
     if (http_get_request(util, url, ref->start) != 0) {
         HTTP_LOG("errno %s", strerror(errno));
-        close_socket(util);
+        http_util_close_socket(util);
         return HTTP_UTIL_ERR_SEND;
     }
 
@@ -88,14 +78,14 @@ int http_get(http_url_param *url, http_util *util, http_progress_ref *ref) {
     MallocPtr<char> head(http_read_http_response_head(util->socket, url, &err));
     if (!head) {
         HTTP_LOG("receive header failed.");
-        close_socket(util);
+        http_util_close_socket(util);
         return err;
     }
     HTTP_LOG("read response ret:%d, len: %d", err, static_cast<int>(strlen(head.get())));
     int rc = http_parse_http_response_head(util, ref, head.get());
     if (rc != HTTP_UTIL_OK) {
         HTTP_LOG("parse head result: %s.", http_util_strerr(rc));
-        close_socket(util);
+        http_util_close_socket(util);
         return rc;
     }
     head.reset();
@@ -123,11 +113,11 @@ int http_get(http_url_param *url, http_util *util, http_progress_ref *ref) {
     if (rsp->mtime != -1 && g_http_opt.timestamp_check != 0 && ref->start > 0 &&
         rsp->mtime != ref->local_mtime) {
         if (unlink(ref->local_file) != 0 && errno != ENOENT) {
-            close_socket(util);
+            http_util_close_socket(util);
             return HTTP_UTIL_ERR_SAVE_FILE;
         }
         HTTP_LOG("unlink %s.", ref->local_file);
-        close_socket(util);
+        http_util_close_socket(util);
         return HTTP_UTIL_NEED_RETRY;
     }
 
@@ -138,7 +128,7 @@ int http_get(http_url_param *url, http_util *util, http_progress_ref *ref) {
     UniqueFile file(fopen(ref->local_file, "ab"));
     if (!file) {
         HTTP_LOG("fopen file error %s.", strerror(errno));
-        close_socket(util);
+        http_util_close_socket(util);
         return HTTP_UTIL_ERR_SAVE_FILE;
     }
     rc = rsp->chunked ? http_fd_read_body_chunked(url, util->socket, file.get(), ref, skip)
@@ -152,11 +142,11 @@ int http_get(http_url_param *url, http_util *util, http_progress_ref *ref) {
             touch(ref->local_file, rsp->mtime);
             HTTP_LOG("modify %s time %s  success", ref->local_file, rsp->last_modified);
         }
-        close_socket(util);
+        http_util_close_socket(util);
         return rc;
     }
     HTTP_LOG("save  success");
-    if (!rsp->keep_alive) close_socket(util);
+    if (!rsp->keep_alive) http_util_close_socket(util);
     file.reset();
     if (rsp->mtime != -1) {
         touch(ref->local_file, rsp->mtime);

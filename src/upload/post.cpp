@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "frame/handle.h"
 #include "frame/log.h"
 #include "frame/raii.h"
 #include "http_util.h"
@@ -131,10 +132,6 @@ int http_post_upload_request_head(http_url_param *url, http_util *util, const Fr
     return HTTP_UTIL_OK;
 }
 
-void close_socket(http_util *util) {
-    if (util->socket >= 0) (void)close(util->socket);
-    util->socket = -1;
-}
 
 }  // namespace
 
@@ -181,7 +178,7 @@ int http_post(http_url_param *url, http_util *util, const char *local_file,
     int rc = http_post_upload_request_head(url, util, framing, file.get(), size);
     if (rc != HTTP_UTIL_OK) {
         HTTP_LOG("post header failed.");
-        close_socket(util);
+        http_util_close_socket(util);
         return rc;
     }
     file.reset();
@@ -191,14 +188,14 @@ int http_post(http_url_param *url, http_util *util, const char *local_file,
     MallocPtr<char> head(http_read_http_response_head(util->socket, url, &err));
     if (!head) {
         HTTP_LOG("receive header failed.");
-        close_socket(util);
+        http_util_close_socket(util);
         return err;
     }
     http_progress_ref ref = {nullptr, -1, nullptr, 0};
     rc = http_parse_http_response_head(util, &ref, head.get());
     if (rc != HTTP_UTIL_OK) {
         HTTP_LOG("parse head result: %s.", http_util_strerr(rc));
-        close_socket(util);
+        http_util_close_socket(util);
         return rc;
     }
     HTTP_LOG("content_len:%ld status:%d.", static_cast<long>(util->rsp.content_len),
@@ -209,7 +206,7 @@ int http_post(http_url_param *url, http_util *util, const char *local_file,
         UniqueFile out(fopen(save_path, "w+"));
         if (!out) {
             HTTP_LOG("fopen file error %s.", strerror(errno));
-            close_socket(util);
+            http_util_close_socket(util);
             return HTTP_UTIL_ERR_SAVE_FILE;
         }
         rc = util->rsp.chunked
@@ -219,12 +216,12 @@ int http_post(http_url_param *url, http_util *util, const char *local_file,
         if (rc != HTTP_UTIL_OK) {
             HTTP_LOG("http_fd_read_body failed");
             out.reset();
-            close_socket(util);
+            http_util_close_socket(util);
             return rc;
         }
         HTTP_LOG("save  success");
     }
-    close_socket(util);
+    http_util_close_socket(util);
     if (util->rsp.status == 200) {
         HTTP_LOG("POST success.\n");
         return HTTP_UTIL_OK;
