@@ -132,7 +132,6 @@ int http_post_upload_request_head(http_url_param *url, http_util *util, const Fr
     return HTTP_UTIL_OK;
 }
 
-
 }  // namespace
 
 int http_post(http_url_param *url, http_util *util, const char *local_file,
