@@ -326,9 +326,91 @@ HTTP_UTIL_API int http_change_progess(uint32_t stage, http_progress_ref *ref, ui
 
 /* ---- upload ---- */
 
+/* Uploads local_file to url (http:// only) as the one part, named "file1",
+ * of a multipart/form-data POST. One attempt, no redirection. 0 when the
+ * server answered 200; HTTP_UTIL_ERR_NOT_OK for another accepted status.
+ * The size sent in Content-Length is the file's size when it was opened:
+ * never more bytes than that are sent, a file that grew is cut there, and
+ * a file that shrank meanwhile ends the upload with HTTP_UTIL_ERR_READ_FILE.
+ * Files of 2 GiB or more are refused with HTTP_UTIL_ERR_READ_FILE. */
+HTTP_UTIL_API int http_upload_file(const char *url, const char *local_file);
+/* The same with parameters from a TLV block (NULL = none); a bad block is
+ * refused with HTTP_UTIL_ERR_PARAM before any connection. */
+HTTP_UTIL_API int http_upload_file_tlv(const char *url, const char *local_file, const void *tlv);
+/* The same through the management out-of-band port. */
+HTTP_UTIL_API int http_mgnt_upload_file(const char *url, const char *local_file);
+/* The upload with the caller's own parameters (vrf, show_progress, src_ip);
+ * param is only read. Also sets up logging (http_util_init). */
+HTTP_UTIL_API int http_upload_param(const char *url, const char *local_file,
+                                    const http_util_param *param, uint8_t is_mgmt,
+                                    const char *mgmt_name);
+/* Posts local_file to the server of a URL record (multipart when
+ * url->multipart is set, else the raw bytes) and saves the answer's body to
+ * save_path unless it is NULL or empty. Reports the begin and end stages. */
+HTTP_UTIL_API int http_post_loop(http_url_param *url, const char *local_file,
+                                 const char *save_path);
+/* name, a dot and six letters or digits: a path that did not exist when it
+ * was made (nothing is created). Freed by the caller; NULL for a NULL name,
+ * no memory, or five names in a row already taken. */
+HTTP_UTIL_API char *http_util_generate_tmpname(const char *name);
+
 /* ---- download ---- */
 
+/* Downloads url (an http:// URL; only its first 255 characters are used)
+ * into local_file, or, when local_file is NULL, into the URL's file name in
+ * the current directory. A partial local file is resumed with a Range
+ * request and dropped when the server's copy changed; up to five
+ * redirections are followed; failed connections and transfers are retried
+ * ntry times (the calls without ntry use g_http_opt.ntry as it stands at the
+ * call) with g_http_opt.wait seconds between attempts. The saved file gets
+ * the server's Last-Modified time. Result: HTTP_UTIL_OK when the file was
+ * saved, else a result code; a failed download leaves what it stored.
+ * A NULL url or a negative ntry: HTTP_UTIL_ERR_PARAM, nothing is sent.
+ * tlv (NULL or a block ended by type 0): a bad block gives
+ * HTTP_UTIL_ERR_PARAM before any connection. progress (may be NULL): its
+ * done and total follow the transfer and its callbacks can cancel it
+ * (HTTP_UTIL_ERR_CANCELED) or take the body. The mgnt/mngt calls go through
+ * the management port (the interface mgmt_name, at most 15 characters, or
+ * the management VRF). */
+HTTP_UTIL_API int http_download_file(const char *url, const char *local_file);
+HTTP_UTIL_API int http_download_file_tlv(const char *url, const char *local_file,
+                                         const void *tlv);
+HTTP_UTIL_API int http_download_file_ntry(const char *url, const char *local_file, int ntry);
+HTTP_UTIL_API int http_download_file_ntry_tlv(const char *url, const char *local_file, int ntry,
+                                              const void *tlv);
+HTTP_UTIL_API int http_download_file_progress(http_progress *progress, const char *url,
+                                              const char *local_file, int ntry);
+HTTP_UTIL_API int http_download_file_progress_tlv(http_progress *progress, const char *url,
+                                                  const char *local_file, int ntry,
+                                                  const void *tlv);
+HTTP_UTIL_API int http_mgnt_download_file_progress(http_progress *progress, const char *url,
+                                                   const char *local_file, int ntry);
+HTTP_UTIL_API int http_mgnt_download_file_progress_byname(http_progress *progress,
+                                                          const char *url, const char *local_file,
+                                                          int ntry, const char *mgmt_name);
+HTTP_UTIL_API int http_mgnt_download_file(const char *url, const char *local_file);
+/* (sic: mngt) */
+HTTP_UTIL_API int http_mngt_download_file_ntry(const char *url, const char *local_file, int ntry);
+
+/* Sets path's modification time to mtime and its access time to now; a
+ * failure is only logged. */
+HTTP_UTIL_API void touch(const char *path, time_t mtime);
+
 /* ---- copy ---- */
+
+/* Copies between an http:// URL and a local path, each at most 255
+ * characters: src a URL (any letter case) downloads to the local path dst,
+ * even when dst is a URL too; else dst a URL uploads src. The download goes
+ * to a temporary file beside dst that replaces dst only after a complete
+ * transfer; on failure dst is untouched and the temporary file removed.
+ * param is used as filled (max_redirect, ntry, post_file...), except that a
+ * show_progress of 0 is set to 1 in the caller's record.
+ * Results: HTTP_UTIL_ERR_PARAM for a NULL argument; PARAM_TOO_LONG for 256
+ * characters or more (checked first); NOT_SUPPORTED when neither side is a
+ * URL; URL_NOT_ASCII, with no connection, for a URL byte of 128 or more;
+ * NOMEM when a working copy cannot be allocated; SAVE_FILE when no free
+ * temporary name was found or the rename failed; else the transfer's code. */
+HTTP_UTIL_API int http_util_copy(const char *src, const char *dst, http_util_param *param);
 
 #ifdef __cplusplus
 }

@@ -3,9 +3,12 @@
 //
 // The first poll switches the terminal to a mode without line editing,
 // echo or signal keys, so that Ctrl+C arrives as byte 3 instead of killing
-// the process; the old mode comes back at exit or on request.
+// the process; the old mode comes back at exit, on request, and before a
+// terminating signal takes the process down.
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
+#include <string.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -37,6 +40,34 @@ void restore_locked() {
 
 void restore_at_exit() { http_util_host_terminal_restore(); }
 
+// Signals that end a process by default: restore the terminal, then let the
+// signal do what it would have done.
+constexpr int kFatalSignals[] = {SIGTERM, SIGHUP, SIGQUIT, SIGINT, SIGABRT, SIGSEGV, SIGBUS};
+struct sigaction saved_actions[sizeof kFatalSignals / sizeof kFatalSignals[0]];
+
+void restore_on_signal(int sig) {
+    if (tty_switched) (void)tcsetattr(tty_fd, TCSANOW, &tty_saved);  // async-signal-safe
+    for (size_t i = 0; i < sizeof kFatalSignals / sizeof kFatalSignals[0]; ++i)
+        if (kFatalSignals[i] == sig) sigaction(sig, &saved_actions[i], nullptr);
+    raise(sig);
+}
+
+void guard_signals() {
+    for (size_t i = 0; i < sizeof kFatalSignals / sizeof kFatalSignals[0]; ++i) {
+        struct sigaction old;
+        if (sigaction(kFatalSignals[i], nullptr, &old) != 0) continue;
+        saved_actions[i] = old;
+        // A program that handles or ignores the signal keeps its choice.
+        if (old.sa_handler != SIG_DFL || (old.sa_flags & SA_SIGINFO)) continue;
+        struct sigaction sa;
+        memset(&sa, 0, sizeof sa);
+        sa.sa_handler = restore_on_signal;
+        sigemptyset(&sa.sa_mask);
+        sa.sa_flags = SA_RESETHAND;
+        sigaction(kFatalSignals[i], &sa, nullptr);
+    }
+}
+
 // Opens the controlling terminal once; without one, nothing is ever typed.
 bool tty_ready_locked() {
     if (tty_fd >= 0) return true;
@@ -56,6 +87,7 @@ bool tty_ready_locked() {
     if (tcsetattr(tty_fd, TCSANOW, &raw) == 0) {
         tty_switched = true;
         atexit(restore_at_exit);
+        guard_signals();
     }
     return true;
 }

@@ -1,2 +1,2 @@
 list(APPEND HTTP_UTIL_SOURCES
-)
+    src/copy/copy.cpp)

@@ -11,6 +11,11 @@ void http_util_internal::http_rsp_reset(http_rsp *rsp) {
     rsp->mtime = -1;
 }
 
+void http_util_internal::http_util_close_socket(http_util *util) {
+    if (util->socket >= 0) (void)close(util->socket);
+    util->socket = -1;
+}
+
 extern "C" {
 
 HTTP_UTIL_API http_util *http_create_util(void) {

@@ -4,6 +4,8 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
+#include <stdlib.h>
+#include <sys/select.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -15,6 +17,11 @@ namespace interpose {
 
 std::string fail_open_path;
 int open_failures = 0;
+std::vector<timeval> pauses;
+bool skip_pauses = false;
+std::string fail_strdup_text;
+std::string taken_prefix;
+std::string fail_unlink_path;
 size_t fail_calloc_bytes = 0;
 int watch_write_fd = -1;
 std::vector<size_t> writes;
@@ -36,6 +43,11 @@ int fake_monotonic_reads = 0;
 void reset() {
     fail_open_path.clear();
     open_failures = 0;
+    pauses.clear();
+    skip_pauses = false;
+    fail_strdup_text.clear();
+    taken_prefix.clear();
+    fail_unlink_path.clear();
     fail_calloc_bytes = 0;
     watch_write_fd = -1;
     fail_bind_errno = 0;
@@ -52,6 +64,9 @@ void reset() {
 namespace {
 
 using open_fn = int (*)(const char *, int, ...);
+using access_fn = int (*)(const char *, int);
+using unlink_fn = int (*)(const char *);
+using select_fn = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
 using write_fn = ssize_t (*)(int, const void *, size_t);
 using setsockopt_fn = int (*)(int, int, int, const void *, socklen_t);
 using bind_fn = int (*)(int, const sockaddr *, socklen_t);
@@ -152,6 +167,40 @@ int clock_gettime(clockid_t clock, struct timespec *ts) noexcept {
     }
     static auto forward = real<clock_gettime_fn>("clock_gettime");
     return forward(clock, ts);
+}
+
+int select(int nfds, fd_set *rd, fd_set *wr, fd_set *ex, timeval *timeout) {
+    if (nfds == 0 && timeout != nullptr) {
+        interpose::pauses.push_back(*timeout);
+        if (interpose::skip_pauses) return 0;
+    }
+    return reinterpret_cast<select_fn>(dlsym(RTLD_NEXT, "select"))(nfds, rd, wr, ex, timeout);
+}
+
+char *strdup(const char *s) noexcept {
+    if (!interpose::fail_strdup_text.empty() && interpose::fail_strdup_text == s) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    size_t n = strlen(s) + 1;
+    auto *copy = static_cast<char *>(malloc(n));
+    if (copy != nullptr) memcpy(copy, s, n);
+    return copy;
+}
+
+int access(const char *path, int mode) noexcept {
+    if (!interpose::taken_prefix.empty() &&
+        strncmp(path, interpose::taken_prefix.c_str(), interpose::taken_prefix.size()) == 0)
+        return 0;
+    return reinterpret_cast<access_fn>(dlsym(RTLD_NEXT, "access"))(path, mode);
+}
+
+int unlink(const char *path) noexcept {
+    if (!interpose::fail_unlink_path.empty() && interpose::fail_unlink_path == path) {
+        errno = EPERM;
+        return -1;
+    }
+    return reinterpret_cast<unlink_fn>(dlsym(RTLD_NEXT, "unlink"))(path);
 }
 
 }  // extern "C"

@@ -5,6 +5,7 @@
 #define HTTP_UTIL_TESTS_INTERPOSE_H
 
 #include <stddef.h>
+#include <sys/time.h>
 #include <sys/socket.h>
 #include <time.h>
 
@@ -52,6 +53,21 @@ extern int fail_bind_errno;
 extern std::optional<timespec> fake_monotonic;
 // Monotonic reads answered by the fake.
 extern int fake_monotonic_reads;
+
+// select() with no descriptors (a pause): each call's timeout is recorded;
+// with skip_pauses the call returns at once instead of waiting.
+extern std::vector<timeval> pauses;
+extern bool skip_pauses;
+
+// strdup() of exactly this text fails with ENOMEM while it is non-empty.
+extern std::string fail_strdup_text;
+
+// access() reports every path that begins with this text as existing
+// while it is non-empty.
+extern std::string taken_prefix;
+
+// unlink() of exactly this path fails with EPERM while it is non-empty.
+extern std::string fail_unlink_path;
 
 // Restores every interposed call to the C library's behaviour.
 void reset();

@@ -1,0 +1,16 @@
+# The command-line tool: its progress bar, and the tool itself driven as a
+# script would (cli_test) and as a person at a terminal would (terminal_test,
+# under tmux).
+if(TARGET http-util)
+    add_executable(tool_tests tool/progress_bar_test.cpp
+        ${PROJECT_SOURCE_DIR}/tools/http-util/progress_bar.cpp)
+    target_include_directories(tool_tests PRIVATE ${PROJECT_SOURCE_DIR}/tools/http-util)
+    target_link_libraries(tool_tests PRIVATE GTest::gtest_main)
+    gtest_discover_tests(tool_tests DISCOVERY_TIMEOUT 30 PROPERTIES LABELS tool)
+    foreach(script cli_test terminal_test)
+        add_test(NAME tool.${script}
+            COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tool/${script}.sh $<TARGET_FILE:http-util>
+                    $<TARGET_FILE:http-file-server>)
+        set_tests_properties(tool.${script} PROPERTIES LABELS tool TIMEOUT 120)
+    endforeach()
+endif()
