@@ -20,16 +20,20 @@ set(CMAKE_CXX_COMPILER ${HTTP_UTIL_CROSS_TRIPLE}-g++)
 set(CMAKE_C_FLAGS_INIT "-D_FILE_OFFSET_BITS=64")
 set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
 
-# Headers, libraries and CMake packages come from the target's trees only
-# (a project may add its staging trees to the list); programs (cmake, sh,
-# qemu) from the build machine.
+# Headers and libraries come from the target's trees only (a project may add
+# its staging trees to the list); programs (cmake, sh, qemu) from the build
+# machine.
 list(APPEND CMAKE_FIND_ROOT_PATH ${HTTP_UTIL_CROSS_SYSROOT})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-# pkg-config likewise reads only the target's .pc files: a package installed
-# for the build machine alone is then absent, not linked by mistake.
+# CMake packages also from the build machine's prefixes: Debian keeps the
+# architecture-specific ones under lib/<triple>/, which a search for this
+# target never visits, so only the architecture-independent ones (header-only
+# libraries in share/cmake/, such as CLI11) are found there.
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
+# pkg-config reads only the target's .pc files: a library installed for the
+# build machine alone is then absent, not linked by mistake.
 set(ENV{PKG_CONFIG_LIBDIR}
     "/usr/lib/${HTTP_UTIL_CROSS_TRIPLE}/pkgconfig:${HTTP_UTIL_CROSS_SYSROOT}/lib/pkgconfig")
 
