@@ -33,12 +33,15 @@ protected:
         record_.priv[0] = reinterpret_cast<uintptr_t>(this);
         ref_.progress = &record_;
     }
-    void TearDown() override { fresh_file(nullptr); }
+    void TearDown() override {
+        close_client();
+        fresh_file(nullptr);
+    }
 
     // The server for the next case; the script may wait until reader_done().
     scripted::Server &server() {
         srv_.reset();
-        if (fd_ >= 0) close(fd_);
+        close_client();
         fake::reset();
         fresh_file(tmpfile());
         counts_.clear();
@@ -62,6 +65,10 @@ protected:
         rewind(file_);
         for (int c; (c = fgetc(file_)) != EOF;) out += static_cast<char>(c);
         return out;
+    }
+    void close_client() {
+        if (fd_ >= 0) close(fd_);
+        fd_ = -1;
     }
     void fresh_file(FILE *f) {
         if (file_) fclose(file_);

@@ -117,6 +117,7 @@ TEST_F(Writer, FlushWritesEverythingOnce) {
 }
 
 TEST_F(Writer, FailedWriteIsReportedAndDropsTheBytes) {
+    close(sv_[0]);  // the handle no longer owns it
     util_->socket = -1;
     ASSERT_EQ(http_post_header(util_, "Host", "v"), 0);
     EXPECT_EQ(http_flush(util_), -1);
@@ -136,6 +137,7 @@ TEST_F(Writer, UnbufferedPiecesGoOutAsTheyCome) {
     EXPECT_EQ(interpose::writes, (std::vector<size_t>{4, 2, 1, 1, 2}));
     EXPECT_EQ(received(), "Host: vw\r\n");
     EXPECT_EQ(util_->send_len, 0);
+    close(sv_[0]);  // the handle no longer owns it
     util_->socket = -1;
     EXPECT_EQ(http_post_header(util_, "Host", "v"), -1);
     EXPECT_EQ(util_->last_err, -1);

@@ -94,14 +94,25 @@ mode_t mode_arg(int flags, va_list ap) {
 
 extern "C" {
 
+// With 64-bit file offsets on a 32-bit target (the ARM build), <fcntl.h>
+// names open as open64 already: this one definition is the symbol open64.
+#if defined(__USE_FILE_OFFSET64) && __SIZEOF_LONG__ == 4
+#define HTTP_UTIL_OPEN_IS_OPEN64 1
+#endif
+
 int open(const char *path, int flags, ...) {
     va_list ap;
     va_start(ap, flags);
     mode_t mode = mode_arg(flags, ap);
     va_end(ap);
+#ifdef HTTP_UTIL_OPEN_IS_OPEN64
+    return forward_open("open64", path, flags, mode);
+#else
     return forward_open("open", path, flags, mode);
+#endif
 }
 
+#ifndef HTTP_UTIL_OPEN_IS_OPEN64
 int open64(const char *path, int flags, ...) {
     va_list ap;
     va_start(ap, flags);
@@ -109,6 +120,7 @@ int open64(const char *path, int flags, ...) {
     va_end(ap);
     return forward_open("open64", path, flags, mode);
 }
+#endif
 
 // Linked with --wrap=calloc: the test binaries' own calls come here, the
 // C library's internal ones (dlsym among them) do not.

@@ -38,7 +38,13 @@ const Startup &startup() { return startup_state; }
 
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
+#ifdef HTTP_UTIL_TESTS_EMULATED
+    // Under user-mode emulation the child cannot exec the test binary again
+    // (the host kernel does not run the target's code), so it only forks.
+    testing::GTEST_FLAG(death_test_style) = "fast";
+#else
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
+#endif
     testing::UnitTest::GetInstance()->listeners().Append(new ResetListener);
     return RUN_ALL_TESTS();
 }
