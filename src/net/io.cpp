@@ -118,26 +118,26 @@ HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds
     return once_retrying([&] { return read(fd, buf, max); });
 }
 
+// An IP address as text, then " port" when the port is set.
+static const char *ip_text(char (&text)[128], int family, const void *addr, uint16_t net_port) {
+    if (inet_ntop(family, addr, text, sizeof text) == nullptr) return "NULL";
+    if (net_port != 0) {
+        size_t len = strlen(text);
+        snprintf(text + len, sizeof text - len, " %d", ntohs(net_port));
+    }
+    return text;
+}
+
 HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen) {
     static char text[128];
     switch (sa->sa_family) {
     case AF_INET: {
         const auto *sin = reinterpret_cast<const sockaddr_in *>(sa);
-        if (inet_ntop(AF_INET, &sin->sin_addr, text, sizeof text) == nullptr) return "NULL";
-        if (sin->sin_port != 0) {
-            size_t len = strlen(text);
-            snprintf(text + len, sizeof text - len, " %d", ntohs(sin->sin_port));
-        }
-        return text;
+        return ip_text(text, AF_INET, &sin->sin_addr, sin->sin_port);
     }
     case AF_INET6: {
         const auto *sin6 = reinterpret_cast<const sockaddr_in6 *>(sa);
-        if (inet_ntop(AF_INET6, &sin6->sin6_addr, text, sizeof text) == nullptr) return "NULL";
-        if (sin6->sin6_port != 0) {
-            size_t len = strlen(text);
-            snprintf(text + len, sizeof text - len, " %d", ntohs(sin6->sin6_port));
-        }
-        return text;
+        return ip_text(text, AF_INET6, &sin6->sin6_addr, sin6->sin6_port);
     }
     case AF_UNIX: {
         const auto *sun = reinterpret_cast<const sockaddr_un *>(sa);
