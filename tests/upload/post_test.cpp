@@ -48,24 +48,37 @@ protected:
     }
     void TearDown() override { free(rec_); }
 
+    // Posts file once to a server that answers 200, and returns the request
+    // bytes it received. port80 makes the record's port 80 (Host follows the
+    // record; the address stays the server's).
+    std::string post_once(const std::string &file, const std::string &path = "/up",
+                          uint8_t multipart = 1, bool port80 = false) {
+        scripted::Server srv;
+        srv.read_request().send(kOk).close();
+        srv.start();
+        http_url_param *rec = record(srv, path, 0, multipart);
+        if (rec == nullptr) return "";
+        if (port80) rec->port = 80;
+        port_ = srv.port();
+        EXPECT_EQ(http_post_loop(rec, file.c_str(), nullptr), 0);
+        srv.wait();
+        return srv.request();
+    }
+
     TempDir dir_;
     std::string url_;
     http_url_param *rec_ = nullptr;
+    uint16_t port_ = 0;
 };
 
 TEST_F(PostTest, MultipartRequestIsExact) {
     const std::string file = dir_.write("fw.bin", "hello, world\n");
-    scripted::Server srv;
-    srv.read_request().send(kOk).close();
-    srv.start();
-    ASSERT_EQ(http_post_loop(record(srv, "/cgi/upload?x=1"), file.c_str(), nullptr), 0);
-    srv.wait();
-    const std::string req = srv.request();
+    const std::string req = post_once(file, "/cgi/upload?x=1");
     const std::string b = boundary_of(req);
     ASSERT_EQ(b.size(), 43u) << req;
     const std::string body = part_header(b, file) + "hello, world\n" + "\r\n--" + b + "--\r\n";
     EXPECT_EQ(req, "POST /cgi/upload?x=1 HTTP/1.1\r\n"
-                   "Host: 127.0.0.1:" + std::to_string(srv.port()) + "\r\n"
+                   "Host: 127.0.0.1:" + std::to_string(port_) + "\r\n"
                    "Content-Type: multipart/form-data; boundary=" + b + "\r\n"
                    "Accept: */*\r\n"
                    "Content-Length: " + std::to_string(body.size()) + "\r\n"
@@ -74,12 +87,7 @@ TEST_F(PostTest, MultipartRequestIsExact) {
 
 TEST_F(PostTest, EmptyFileSendsPartHeaderAndClosingDelimiter) {
     const std::string file = dir_.write("empty", "");
-    scripted::Server srv;
-    srv.read_request().send(kOk).close();
-    srv.start();
-    ASSERT_EQ(http_post_loop(record(srv), file.c_str(), nullptr), 0);
-    srv.wait();
-    const std::string req = srv.request();
+    const std::string req = post_once(file);
     const std::string b = boundary_of(req);
     const std::string head_end = "\r\n\r\n";
     const std::string body = req.substr(req.find(head_end) + 4);
@@ -90,26 +98,15 @@ TEST_F(PostTest, EmptyFileSendsPartHeaderAndClosingDelimiter) {
 
 TEST_F(PostTest, RawModeSendsTheFileAlone) {
     const std::string file = dir_.write("raw.bin", std::string(3000, 'r'));
-    scripted::Server srv;
-    srv.read_request().send(kOk).close();
-    srv.start();
-    ASSERT_EQ(http_post_loop(record(srv, "/raw", 0, 0), file.c_str(), nullptr), 0);
-    srv.wait();
-    EXPECT_EQ(srv.request(), "POST /raw HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(srv.port()) +
+    const std::string req = post_once(file, "/raw", 0);
+    EXPECT_EQ(req, "POST /raw HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port_) +
                                  "\r\nContent-Type: application/octet-stream\r\nAccept: */*\r\n"
                                  "Content-Length: 3000\r\n\r\n" + std::string(3000, 'r'));
 }
 
 TEST_F(PostTest, Port80GivesTheBareHost) {
-    const std::string file = dir_.write("a", "x");
-    scripted::Server srv;
-    srv.read_request().send(kOk).close();
-    srv.start();
-    http_url_param *rec = record(srv);
-    rec->port = 80;  // Host follows the record's port; the address stays the server's
-    ASSERT_EQ(http_post_loop(rec, file.c_str(), nullptr), 0);
-    srv.wait();
-    EXPECT_NE(srv.request().find("\r\nHost: 127.0.0.1\r\n"), std::string::npos) << srv.request();
+    const std::string req = post_once(dir_.write("a", "x"), "/up", 1, true);
+    EXPECT_NE(req.find("\r\nHost: 127.0.0.1\r\n"), std::string::npos) << req;
 }
 
 TEST_F(PostTest, LongPathCutsThePartHeaderAndCountsWhatWasSent) {
@@ -117,12 +114,7 @@ TEST_F(PostTest, LongPathCutsThePartHeaderAndCountsWhatWasSent) {
     mkdir(sub.c_str(), 0700);
     const std::string file = sub + "/" + std::string(200, 'f');
     std::ofstream(file) << "data";
-    scripted::Server srv;
-    srv.read_request().send(kOk).close();
-    srv.start();
-    ASSERT_EQ(http_post_loop(record(srv), file.c_str(), nullptr), 0);
-    srv.wait();
-    const std::string req = srv.request();
+    const std::string req = post_once(file);
     const std::string b = boundary_of(req);
     const std::string cut = part_header(b, file).substr(0, 511);
     const std::string body = cut + "data" + "\r\n--" + b + "--\r\n";
