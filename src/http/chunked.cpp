@@ -89,7 +89,7 @@ extern "C" HTTP_UTIL_API int http_fd_read_body_chunked(http_url_param *url, int 
         }
         memset(block.get(), 0, kBodyBlockSize);
         int n = fast_read(fd, block.get(),
-                                  std::min(static_cast<uint32_t>(remaining), kChunkReadMax), 1);
+                          std::min(static_cast<uint32_t>(remaining), kChunkReadMax), 1);
         if (n == 0) {
             HTTP_LOG("[http_fd_read_body_chunked]socket closed by peer.");
             return HTTP_UTIL_ERR_RECV_DATA;

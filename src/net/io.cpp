@@ -101,18 +101,6 @@ bool call_refused(int err) {
     }
 }
 
-template <typename Call>
-bool settled_at_once(Call call, int *result) {
-    int before = errno;
-    ssize_t n = call();
-    if (n >= 0 || !call_refused(errno)) {
-        *result = static_cast<int>(n);
-        return true;
-    }
-    errno = before;
-    return false;
-}
-
 }  // namespace
 
 namespace http_util_internal {
@@ -122,7 +110,14 @@ bool g_fast_path = true;
 bool recv_at_once(int fd, void *buf, size_t len, int flags, int *result) {
     // A zero-length call returns at once where the waiting path waits first.
     if (!g_fast_path || len == 0) return false;
-    return settled_at_once([&] { return recv(fd, buf, len, flags | MSG_DONTWAIT); }, result);
+    int before = errno;
+    ssize_t n = recv(fd, buf, len, flags | MSG_DONTWAIT);
+    if (n >= 0 || !call_refused(errno)) {
+        *result = static_cast<int>(n);
+        return true;
+    }
+    errno = before;
+    return false;
 }
 
 int fast_read(int fd, void *buf, unsigned max, int seconds) {

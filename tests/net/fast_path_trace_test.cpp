@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "../http/body_support.h"
 #include "../http/wire.h"
 #include "download/download.h"
 #include "fake_device.h"
@@ -29,12 +30,7 @@
 
 namespace {
 
-// Letters that show where each byte came from.
-std::string pattern(size_t n) {
-    std::string s(n, '\0');
-    for (size_t i = 0; i < n; ++i) s[i] = static_cast<char>('a' + i % 26);
-    return s;
-}
+using body::pattern;
 
 std::string head(size_t len, const std::string &extra = "") {
     return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(len) + "\r\n" + extra + "\r\n";
