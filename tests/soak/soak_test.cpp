@@ -90,8 +90,8 @@ TEST_F(Soak, DownloadsThroughCutsEndWholeByResuming) {
 }
 
 // A cut before the last request byte ends in a failed write or a missing
-// reply; a cut after it loses the reply although the server has the whole
-// upload. Neither may read as success: an upload is never retried.
+// reply; a cut after it loses the reply although the whole upload went out.
+// Neither may read as success: an upload is never retried.
 TEST_F(Soak, CutUploadsNeverReportSuccess) {
     if (peer::MultipartSink::python_path().empty())
         GTEST_SKIP() << "python3 not installed; ./scripts/install-deps installs it";
@@ -134,14 +134,16 @@ TEST_F(Soak, CutUploadsNeverReportSuccess) {
     }
     sigaction(SIGPIPE, &old, nullptr);
     const auto s = proxy.stats();
-    std::string codes;
-    for (const auto &c : cut_codes) codes += " " + std::to_string(c.first) + "x" + std::to_string(c.second);
-    codes += "; reply lost:";
-    for (const auto &c : lost_reply_codes)
-        codes += " " + std::to_string(c.first) + "x" + std::to_string(c.second);
+    auto text = [](const std::map<int, int> &codes) {
+        std::string out;
+        for (const auto &c : codes)
+            out += " " + std::to_string(c.second) + " of code " + std::to_string(c.first);
+        return out;
+    };
     printf("upload soak: %d uploads, %d whole, %d cut (%d close, %d reset, %d after the last"
-           " byte); codes:%s\n",
-           kUploads, passed, s.cuts(), s.closes, s.resets, s.whole, codes.c_str());
+           " byte); results of the cuts:%s; of the lost replies:%s\n",
+           kUploads, passed, s.cuts(), s.closes, s.resets, s.whole, text(cut_codes).c_str(),
+           text(lost_reply_codes).c_str());
     EXPECT_GT(passed, 0);
     EXPECT_GT(s.cuts(), kUploads / 2);
     EXPECT_GT(s.whole, 0) << "some replies were lost";
