@@ -70,8 +70,8 @@ def collect(res, direction, mib, strace_mib):
     return rows
 
 
-def fmt(v, spec):
-    return "n/a" if v is None else format(v, spec)
+def fmt(v, pattern):
+    return "n/a" if v is None else format(v, pattern)
 
 
 def table(title, rows, mib, strace_mib):
