@@ -7,6 +7,7 @@
 #define HTTP_UTIL_FRAME_LOG_H
 
 #include <errno.h>
+#include <stdint.h>
 #include <string.h>
 
 #include "http_util.h"
@@ -23,31 +24,59 @@ constexpr int kLogPriority = 7;   // system log: debug
 constexpr int kLogLevel = 20;     // zlog: debug
 constexpr size_t kLogBufSize = 1024;
 
-// Hands one formatted record to the platform log when a category exists.
-void log_emit(const char *module, size_t module_len, const char *func, size_t func_len,
-              long line, const char *text);
+// The two source modules a record can name.
+constexpr const char *kLogModules[] = {"http_util", "http_upload"};
+
+constexpr bool log_same(const char *a, const char *b) {
+    while (*a != '\0' && *a == *b) {
+        ++a;
+        ++b;
+    }
+    return *a == *b;
+}
+
+// Where a log point sits, packed into one word so that a point passes its
+// origin in a register: the line, the module and the function name's length.
+constexpr uint32_t log_origin(const char *module, size_t func_len, long line) {
+    return static_cast<uint32_t>(line) << 16 | (log_same(module, kLogModules[1]) ? 1u : 0u) << 15 |
+           static_cast<uint32_t>(func_len);
+}
+
+// The parts of the step that do not depend on the format live out of line:
+// a log point then holds little more than its tests and its two formatting
+// calls, which keeps the library small (there are some 150 points).
+// errno is kept across the step: descriptor-level callers report through it.
+int log_saved_errno();
+void log_restore_errno(int saved);
+// Clears the text buffer; returns errno as it stood.
+int log_clear(char (&text)[kLogBufSize]);
+// Hands one formatted record to the platform log when a category exists,
+// then puts errno back.
+void log_emit(const char *func, uint32_t origin, const char *text, int saved_errno);
 
 }  // namespace http_util_internal
 
-// errno is kept across the step: descriptor-level callers report through it.
-#define HTTP_LOG(...)                                                                       \
-    do {                                                                                    \
-        if (g_http_opt.debug) {                                                             \
-            int http_log_errno_ = errno;                                                    \
-            (void)printk_syslog_ext(http_util_internal::kLogPriority, "HTTP_UTIL", "DEBUG", \
-                                    1, __VA_ARGS__);                                        \
-            errno = http_log_errno_;                                                        \
-        }                                                                                   \
-        if (g_http_util_zlog_level > 4) {                                                   \
-            int http_log_errno_ = errno;                                                    \
-            char http_log_buf_[http_util_internal::kLogBufSize];                           \
-            memset(http_log_buf_, 0, sizeof http_log_buf_);                                 \
-            (void)at_snprintf(http_log_buf_, sizeof http_log_buf_, __VA_ARGS__);            \
-            http_util_internal::log_emit(HTTP_LOG_MODULE, sizeof(HTTP_LOG_MODULE) - 1,      \
-                                         __func__, sizeof(__func__) - 1, __LINE__,          \
-                                         http_log_buf_);                                    \
-            errno = http_log_errno_;                                                        \
-        }                                                                                   \
+#define HTTP_LOG(...)                                                                        \
+    do {                                                                                     \
+        if (g_http_opt.debug) {                                                              \
+            int http_log_errno_ = http_util_internal::log_saved_errno();                     \
+            (void)printk_syslog_ext(http_util_internal::kLogPriority, "HTTP_UTIL", "DEBUG",  \
+                                    1, __VA_ARGS__);                                         \
+            http_util_internal::log_restore_errno(http_log_errno_);                          \
+        }                                                                                    \
+        if (g_http_util_zlog_level > 4) {                                                    \
+            static_assert(__LINE__ < 0x10000 && sizeof(__func__) < 0x8000, "origin fits");  \
+            static_assert(http_util_internal::log_same(HTTP_LOG_MODULE, "http_util") ||      \
+                              http_util_internal::log_same(HTTP_LOG_MODULE, "http_upload"),  \
+                          "a known module");                                                 \
+            char http_log_buf_[http_util_internal::kLogBufSize];                            \
+            int http_log_errno_ = http_util_internal::log_clear(http_log_buf_);              \
+            (void)at_snprintf(http_log_buf_, sizeof http_log_buf_, __VA_ARGS__);             \
+            http_util_internal::log_emit(                                                    \
+                __func__,                                                                    \
+                http_util_internal::log_origin(HTTP_LOG_MODULE, sizeof(__func__) - 1, __LINE__), \
+                http_log_buf_, http_log_errno_);                                             \
+        }                                                                                    \
     } while (0)
 
 #endif

@@ -15,12 +15,28 @@ namespace {
 int inited = 0;
 }
 
-void http_util_internal::log_emit(const char *module, size_t module_len, const char *func,
-                                  size_t func_len, long line, const char *text) {
-    if (g_http_util_zlog_category == nullptr) return;
-    qzdf_zlog(g_http_util_zlog_category, module, module_len, func, func_len, line,
-              kLogLevel, "%s", text);
+namespace http_util_internal {
+
+int log_saved_errno() { return errno; }
+
+void log_restore_errno(int saved) { errno = saved; }
+
+int log_clear(char (&text)[kLogBufSize]) {
+    int saved = errno;
+    memset(text, 0, sizeof text);
+    return saved;
 }
+
+void log_emit(const char *func, uint32_t origin, const char *text, int saved_errno) {
+    if (g_http_util_zlog_category != nullptr) {
+        const char *module = kLogModules[origin >> 15 & 1];
+        qzdf_zlog(g_http_util_zlog_category, module, strlen(module), func, origin & 0x7fff,
+                  static_cast<long>(origin >> 16), kLogLevel, "%s", text);
+    }
+    errno = saved_errno;
+}
+
+}  // namespace http_util_internal
 
 extern "C" {
 
