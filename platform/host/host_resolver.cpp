@@ -49,36 +49,32 @@ void release(Lookup *st) {
     if (last) destroy(st);
 }
 
+// A condition on the monotonic clock.
+bool init_monotonic_cond(pthread_cond_t *cv) {
+    pthread_condattr_t attr;
+    if (pthread_condattr_init(&attr) != 0) return false;
+    bool ok = pthread_condattr_setclock(&attr, CLOCK_MONOTONIC) == 0 &&
+              pthread_cond_init(cv, &attr) == 0;
+    pthread_condattr_destroy(&attr);
+    return ok;
+}
+
 // The state with the caller's reference; nullptr when memory or a thread
 // primitive cannot be had.
 Lookup *create(const char *host) {
     Lookup *st = static_cast<Lookup *>(calloc(1, sizeof(Lookup)));
     if (st == nullptr) return nullptr;
     st->host = strdup(host);
-    if (st->host == nullptr) {
-        free(st);
-        return nullptr;
-    }
-    pthread_condattr_t attr;
-    bool cv_ok = false;
-    if (pthread_condattr_init(&attr) == 0) {
-        cv_ok = pthread_condattr_setclock(&attr, CLOCK_MONOTONIC) == 0 &&
-                pthread_cond_init(&st->cv, &attr) == 0;
-        pthread_condattr_destroy(&attr);
-    }
-    if (!cv_ok) {
-        free(st->host);
-        free(st);
-        return nullptr;
-    }
-    if (pthread_mutex_init(&st->m, nullptr) != 0) {
+    if (st->host != nullptr && init_monotonic_cond(&st->cv)) {
+        if (pthread_mutex_init(&st->m, nullptr) == 0) {
+            st->refs = 1;
+            return st;
+        }
         pthread_cond_destroy(&st->cv);
-        free(st->host);
-        free(st);
-        return nullptr;
     }
-    st->refs = 1;
-    return st;
+    free(st->host);
+    free(st);
+    return nullptr;
 }
 
 bool first_address(const char *host, int family, sockaddr_storage *out, socklen_t *outlen) {
