@@ -6,18 +6,19 @@
 #include <syslog.h>
 #include <time.h>
 
-#include <mutex>
-
+#include "host_lock.h"
 #include "http_util_host.h"
 #include "platform/device.h"
 
 namespace {
 
+using http_util_host_internal::MutexLock;
+
 struct Category {
     char name[64];
 };
 
-std::mutex log_mutex;
+pthread_mutex_t log_mutex = PTHREAD_MUTEX_INITIALIZER;
 FILE *log_out = nullptr;
 bool log_chosen = false;
 Category category;
@@ -40,12 +41,12 @@ int open_log_locked(const char *path) {
 extern "C" {
 
 int http_util_host_set_log(const char *path) {
-    std::lock_guard<std::mutex> lock(log_mutex);
+    MutexLock lock(&log_mutex);
     return open_log_locked(path);
 }
 
 void *qz_zlog_init(const char *name) {
-    std::lock_guard<std::mutex> lock(log_mutex);
+    MutexLock lock(&log_mutex);
     if (!log_chosen) (void)open_log_locked(getenv("HTTP_UTIL_HOST_LOG"));
     snprintf(category.name, sizeof category.name, "%s", name != nullptr ? name : "");
     return &category;
@@ -53,7 +54,7 @@ void *qz_zlog_init(const char *name) {
 
 void qzdf_zlog(void *cat, const char *file, size_t filelen, const char *func, size_t funclen,
                long line, int level, const char *format, ...) {
-    std::lock_guard<std::mutex> lock(log_mutex);
+    MutexLock lock(&log_mutex);
     if (cat == nullptr || log_out == nullptr) return;
     struct timespec ts = {0, 0};
     clock_gettime(CLOCK_REALTIME, &ts);

@@ -15,14 +15,15 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <mutex>
-
+#include "host_lock.h"
 #include "http_util_host.h"
 #include "platform/device.h"
 
 namespace {
 
-std::mutex term_mutex;
+using http_util_host_internal::MutexLock;
+
+pthread_mutex_t term_mutex = PTHREAD_MUTEX_INITIALIZER;
 FILE *term_out = nullptr;
 int tty_fd = -1;
 bool tty_tried = false;
@@ -97,17 +98,17 @@ bool tty_ready_locked() {
 extern "C" {
 
 void http_util_host_set_terminal_output(FILE *out) {
-    std::lock_guard<std::mutex> lock(term_mutex);
+    MutexLock lock(&term_mutex);
     term_out = out;
 }
 
 void http_util_host_terminal_restore(void) {
-    std::lock_guard<std::mutex> lock(term_mutex);
+    MutexLock lock(&term_mutex);
     restore_locked();
 }
 
 int cli_printf(const char *format, ...) {
-    std::lock_guard<std::mutex> lock(term_mutex);
+    MutexLock lock(&term_mutex);
     va_list ap;
     va_start(ap, format);
     int n = vfprintf(term_out != nullptr ? term_out : stdout, format, ap);
@@ -116,12 +117,12 @@ int cli_printf(const char *format, ...) {
 }
 
 void cli_flush(void) {
-    std::lock_guard<std::mutex> lock(term_mutex);
+    MutexLock lock(&term_mutex);
     fflush(term_out != nullptr ? term_out : stdout);
 }
 
 int cli_getc_no_block(void) {
-    std::lock_guard<std::mutex> lock(term_mutex);
+    MutexLock lock(&term_mutex);
     if (!tty_ready_locked()) return kNothingTyped;
     struct pollfd pfd = {tty_fd, POLLIN, 0};
     if (poll(&pfd, 1, 0) <= 0 || (pfd.revents & POLLIN) == 0) return kNothingTyped;

@@ -38,6 +38,35 @@ TEST(HostResolver, UnknownNameFailsWithinItsTimeLimit) {
     EXPECT_LT(elapsed, std::chrono::milliseconds(2500)) << "the time limit was not honoured";
 }
 
+// A limit is seconds plus microseconds, and the microseconds may exceed a
+// second: they must carry into the deadline, not make it invalid.
+TEST(HostResolver, MicrosecondsPastASecondAreCarried) {
+    dns_time_limit limits[] = {{0, 3000000}, {1, 999999}, {0, 2147483647}};
+    for (dns_time_limit &limit : limits) {
+        unsigned char result[DNS_RESULT_SIZE];
+        EXPECT_GE(dns_domain_to_ip_block_oob("localhost", 0, result, &limit, 0), 0)
+            << limit.sec << " s " << limit.usec << " us";
+    }
+    unsigned char result[DNS_RESULT_SIZE];
+    EXPECT_GE(dns_domain_to_ip_block_oob("localhost", 0, result, nullptr, 0), 0)
+        << "no limit: the default one";
+}
+
+// With no time at all the caller leaves at once; the lookup thread then
+// finishes alone and frees the shared state (the sanitizer build checks).
+TEST(HostResolver, CallerGivingUpLeavesTheLookupToItsThread) {
+    for (int i = 0; i < 20; ++i) {
+        unsigned char result[DNS_RESULT_SIZE];
+        dns_time_limit limit = {0, 0};
+        auto t0 = Clock::now();
+        (void)dns_domain_to_ip_block_oob("localhost", 0, result, &limit, 0);
+        EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(500));
+    }
+    unsigned char result[DNS_RESULT_SIZE];
+    dns_time_limit limit = {5, 0};
+    EXPECT_GE(dns_domain_to_ip_block_oob("localhost", 0, result, &limit, 0), 0);
+}
+
 TEST(HostResolver, ManagementFlagStillResolves) {
     unsigned char result[DNS_RESULT_SIZE];
     dns_time_limit limit = {5, 0};
