@@ -5,15 +5,12 @@
 #include "fuzz_support.h"
 
 namespace {
-// Not "C": a locale that the date parser has to switch away from and back.
-const char *kCallerLocale = "C.UTF-8";
+// Not "C" where the system has it: a locale that the date parser has to
+// switch away from and back. Set once, before the fuzzer starts.
+const char *const kCallerLocale = [] {
+    return setlocale(LC_TIME, "C.UTF-8") != nullptr ? "C.UTF-8" : "C";
+}();
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::quiet_library();
-    if (setlocale(LC_TIME, kCallerLocale) == nullptr) kCallerLocale = "C";
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string date = fuzz::text(data, size);

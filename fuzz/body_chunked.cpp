@@ -48,11 +48,6 @@ fuzz::BodyModel model(const std::string &body) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::quiet_library();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const fuzz::BodyCall call = fuzz::BodyCall::take_from(data, size);
     const std::string body = fuzz::text(data, size);

@@ -22,11 +22,6 @@ fuzz::BodyModel model(const std::string &body, int32_t toread) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::quiet_library();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const fuzz::BodyCall call = fuzz::BodyCall::take_from(data, size);
     // Two bytes of length, signed: -1 (no Content-Length), 0, within the

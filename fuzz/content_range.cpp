@@ -3,11 +3,6 @@
 
 #include "fuzz_support.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::quiet_library();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string value = fuzz::text(data, size);
     constexpr int32_t kUnset = 0x5a5a5a5a;

@@ -1,5 +1,5 @@
-// Shared pieces of the fuzz targets: a quiet library, a property check that
-// stops the run, and a socket pair that hands an input to the readers.
+// Shared pieces of the fuzz targets: a property check that stops the run, a
+// socket pair that hands an input to the readers, and the body readers' model check.
 #ifndef HTTP_UTIL_FUZZ_SUPPORT_H
 #define HTTP_UTIL_FUZZ_SUPPORT_H
 
@@ -27,12 +27,6 @@
     } while (0)
 
 namespace fuzz {
-
-// Logging formats records nobody reads here: off, for speed.
-inline void quiet_library() {
-    g_http_opt.debug = 0;
-    g_http_util_zlog_level = 0;
-}
 
 // The input as a C string: the library's text functions read up to a NUL.
 inline std::string text(const uint8_t *data, size_t size) {

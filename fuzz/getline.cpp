@@ -3,11 +3,6 @@
 
 #include "fuzz_support.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::quiet_library();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // The first byte sizes the destination (1 to 256), so that lines meet
     // the limit from both sides; the rest is the text.

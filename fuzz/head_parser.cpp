@@ -33,11 +33,6 @@ void check_classified(const http_rsp &rsp, int32_t start, int rc) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::quiet_library();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string head = fuzz::text(data, size);
     http_util *util = http_create_util();

@@ -23,11 +23,6 @@ size_t head_end(const std::string &in) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::quiet_library();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const int fds = fuzz::lowest_free_fd();
     const std::string in = fuzz::text(data, size);

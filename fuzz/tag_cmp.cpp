@@ -15,11 +15,6 @@ std::string fold(std::string s, int (*to)(int)) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::quiet_library();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // Text and pattern are separated by the first NUL byte.
     const std::string input = fuzz::text(data, size);

@@ -19,11 +19,6 @@ uint32_t word(const unsigned char *p) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::quiet_library();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // Exactly sized on the heap, so that a read past the block is a finding.
     auto *block = static_cast<unsigned char *>(calloc(1, size + kEndPadding));

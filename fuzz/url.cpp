@@ -13,11 +13,6 @@ bool terminated(const char *field, size_t size) { return memchr(field, '\0', siz
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::quiet_library();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // The first byte picks the management flag and whether a (too long)
     // management interface name comes along; the rest is the URL.
