@@ -365,6 +365,8 @@ HTTP_UTIL_API char *http_util_generate_tmpname(const char *name);
  * call) with g_http_opt.wait seconds between attempts. The saved file gets
  * the server's Last-Modified time. Result: HTTP_UTIL_OK when the file was
  * saved, else a result code; a failed download leaves what it stored.
+ * A local file of 2 GiB or more cannot be resumed (positions are 32-bit):
+ * HTTP_UTIL_ERR_SAVE_FILE (errno EFBIG), the file untouched, nothing sent.
  * A NULL url or a negative ntry: HTTP_UTIL_ERR_PARAM, nothing is sent.
  * tlv (NULL or a block ended by type 0): a bad block gives
  * HTTP_UTIL_ERR_PARAM before any connection. progress (may be NULL): its

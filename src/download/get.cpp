@@ -1,6 +1,7 @@
 // One GET attempt: resume decision, request head, response head, lengths,
 // the partial file's version check, the body and the file's time.
 #include <errno.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -46,6 +47,14 @@ int http_get_request(http_util *util, const http_url_param *url, int32_t start) 
 int http_get(http_url_param *url, http_util *util, http_progress_ref *ref) {
     struct stat st;
     if (stat(ref->local_file, &st) == 0 && S_ISREG(st.st_mode)) {
+        // Positions are 32-bit: a larger file would resume from a cut-down
+        // offset and have the wrong bytes appended. It is no partial copy of
+        // anything this call can fetch, and it is not ours to delete.
+        if (st.st_size > INT32_MAX) {
+            errno = EFBIG;
+            HTTP_LOG("local file %s too large to resume.", ref->local_file);
+            return HTTP_UTIL_ERR_SAVE_FILE;
+        }
         ref->start = static_cast<int32_t>(st.st_size);
         ref->local_mtime = static_cast<int32_t>(st.st_mtime);
     } else {

@@ -9,6 +9,7 @@
 #include "frame/raii.h"
 #include "http/response.h"
 #include "http_util.h"
+#include "net/io.h"
 
 namespace http_util_internal {
 
@@ -85,7 +86,7 @@ extern "C" HTTP_UTIL_API int http_fd_read_body(http_url_param *url, int fd, FILE
     // Counted unsigned: a length of -1 (up to the close) never runs out.
     auto remaining = static_cast<uint32_t>(toread);
     for (;;) {
-        int n = http_util_fd_read(fd, block.get(), std::min(remaining, kBodyBlockSize), 1);
+        int n = fast_read(fd, block.get(), std::min(remaining, kBodyBlockSize), 1);
         if (n == 0) {
             if (toread == -1) return HTTP_UTIL_OK;
             HTTP_LOG("[http_fd_read_body]socket closed by peer.");

@@ -11,6 +11,7 @@
 #include "frame/raii.h"
 #include "http/response.h"
 #include "http_util.h"
+#include "net/io.h"
 
 namespace http_util_internal {
 
@@ -54,7 +55,7 @@ int http_util_fd_read_chunk_len(int fd, int32_t *size) {
         return HTTP_UTIL_ERR_RSP_FORMAT;
     }
     auto used = static_cast<unsigned>(crlf + 2 - line);
-    if (http_util_fd_read(fd, line, used, 1) <= 0) {
+    if (fast_read(fd, line, used, 1) <= 0) {
         HTTP_LOG("skip chunk head failed.");
         return HTTP_UTIL_ERR_RECV_DATA;
     }
@@ -87,8 +88,8 @@ extern "C" HTTP_UTIL_API int http_fd_read_body_chunked(http_url_param *url, int 
             }
         }
         memset(block.get(), 0, kBodyBlockSize);
-        int n = http_util_fd_read(fd, block.get(),
-                                  std::min(static_cast<uint32_t>(remaining), kChunkReadMax), 1);
+        int n = fast_read(fd, block.get(),
+                          std::min(static_cast<uint32_t>(remaining), kChunkReadMax), 1);
         if (n == 0) {
             HTTP_LOG("[http_fd_read_body_chunked]socket closed by peer.");
             return HTTP_UTIL_ERR_RECV_DATA;

@@ -32,17 +32,19 @@ time_t monotonic_seconds() {
 }  // namespace
 
 int http_fd_peek(int fd, char *buf, size_t len, int wait_s) {
+    int n;
+    if (recv_at_once(fd, buf, len, MSG_PEEK, &n)) return n;
     int ready = http_select_fd(fd, wait_s, kWaitRead);
     if (ready <= 0) {
         HTTP_LOG("select failed, return: %d", ready);
         if (ready == 0) errno = ETIMEDOUT;
         return -1;
     }
-    ssize_t n;
+    ssize_t got;
     do {
-        n = recv(fd, buf, len, MSG_PEEK);
-    } while (n == -1 && (errno == EINTR || errno == EAGAIN));
-    return static_cast<int>(n);
+        got = recv(fd, buf, len, MSG_PEEK);
+    } while (got == -1 && (errno == EINTR || errno == EAGAIN));
+    return static_cast<int>(got);
 }
 
 // Scanning starts two bytes before the new ones, so an end whose first
@@ -106,7 +108,7 @@ char *http_fd_read_hunk(int fd, http_url_param *url, int *err) {
                 return buf.release();
             }
         }
-        int got = http_util_fd_read(fd, at, static_cast<unsigned>(amount), 0);
+        int got = fast_read(fd, at, static_cast<unsigned>(amount), 0);
         if (got < 0) {
             HTTP_LOG("read err,ret: %d, tail: %d, remain: %d", got, tail, amount);
             *err = HTTP_UTIL_ERR_RECV_RSP;

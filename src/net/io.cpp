@@ -6,7 +6,9 @@
 #include <limits.h>
 #include <netinet/in.h>
 #include <stdio.h>
+#include <poll.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -72,7 +74,74 @@ int once_retrying(Call call) {
     return -1;
 }
 
+// Errors of the call itself rather than of the connection: nothing was
+// taken from the socket, so the waiting path meets the same state and
+// reports it in its own way (a descriptor that cannot be watched is logged
+// by the wait, for example). Every other error is one the socket held; the
+// waiting path's wait would have ended at once on it and its call would
+// have returned it, but it is gone once read.
+bool call_refused(int err) {
+    switch (err) {
+    case EAGAIN:
+#if EWOULDBLOCK != EAGAIN
+    case EWOULDBLOCK:
+#endif
+    case EINTR:
+    case EBADF:
+    case ENOTSOCK:
+    case EFAULT:
+    case EINVAL:
+    case ENOTCONN:
+    case EOPNOTSUPP:
+    case ENOMEM:
+    case ENOBUFS:
+        return true;
+    default:
+        return false;
+    }
+}
+
 }  // namespace
+
+namespace http_util_internal {
+
+bool g_fast_path = true;
+
+bool recv_at_once(int fd, void *buf, size_t len, int flags, int *result) {
+    // A zero-length call returns at once where the waiting path waits first.
+    if (!g_fast_path || len == 0) return false;
+    int before = errno;
+    ssize_t n = recv(fd, buf, len, flags | MSG_DONTWAIT);
+    if (n >= 0 || !call_refused(errno)) {
+        *result = static_cast<int>(n);
+        return true;
+    }
+    errno = before;
+    return false;
+}
+
+int fast_read(int fd, void *buf, unsigned max, int seconds) {
+    int n;
+    if (recv_at_once(fd, buf, max, 0, &n)) return n;
+    return http_util_fd_read(fd, buf, max, seconds);
+}
+
+// A write is not tried blind: a send that finds some room takes bytes where
+// the wait, which asks for a third of the buffer free, would still hold
+// back, and a stalled peer would then see other progress and time-outs.
+// The wait's own readiness test, asked without waiting, keeps them alike.
+int fast_write_nonblock(int fd, const void *buf, unsigned count, int seconds) {
+    if (g_fast_path) {
+        pollfd p = {fd, POLLOUT, 0};
+        int before = errno;
+        if (poll(&p, 1, 0) == 1 && (p.revents & POLLNVAL) == 0)
+            return once_retrying([&] { return write(fd, buf, count); });
+        errno = before;
+    }
+    return http_util_fd_write_nonblock(fd, buf, count, seconds);
+}
+
+}  // namespace http_util_internal
 
 extern "C" {
 

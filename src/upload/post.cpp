@@ -16,6 +16,7 @@
 #include "frame/log.h"
 #include "frame/raii.h"
 #include "http_util.h"
+#include "net/io.h"
 
 namespace http_util_internal {
 
@@ -72,7 +73,7 @@ int post_file_data(http_url_param *url, int sock, int file_fd, int32_t size) {
         const char *p = block;
         size_t rest = static_cast<size_t>(got);
         while (rest > 0) {
-            int n = http_util_fd_write_nonblock(sock, p, static_cast<unsigned>(rest), 1);
+            int n = fast_write_nonblock(sock, p, static_cast<unsigned>(rest), 1);
             if (n > 0) {
                 if (http_change_progess(HTTP_UTIL_PROGRESS_SEND, nullptr,
                                         static_cast<uint32_t>(n), url) != 0) {

@@ -1,8 +1,10 @@
 // One GET attempt on the wire: the request head byte for byte, resuming,
 // the lengths the server announces, the partial file's version check, the
 // body and the file's time.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <utime.h>
 
 #include <string>
@@ -231,6 +233,30 @@ TEST_F(GetWire, DirectoryAtTheLocalPathCannotBeSaved) {
     EXPECT_TRUE(logged_by_get("fopen file error Is a directory."));
     EXPECT_TRUE(fake::logged("Cannot write to " + file + " (Is a directory)."));
     EXPECT_EQ(srv.connections(), 1u) << "not retried";
+}
+
+// Cut to 32 bits, the size of a 2 GiB file would ask for no Range, and that
+// of a 4 GiB one for the wrong one, and the answer would be appended to it.
+// Sparse files take no room.
+TEST_F(GetWire, PartialFileOfTwoGibibytesIsNotResumedFromACutDownOffset) {
+    for (long long size : {1LL << 31, (1LL << 32) + 1000}) {
+        SCOPED_TRACE(size);
+        int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        ASSERT_GE(fd, 0);
+        const bool sparse = ftruncate(fd, static_cast<off_t>(size)) == 0;
+        close(fd);
+        if (!sparse) GTEST_SKIP() << "no sparse file of " << size << " bytes here";
+        scripted::Server srv;
+        srv.read_request().send(ok_head(5) + "hello");
+        srv.start();
+        EXPECT_EQ(http_download_file_ntry(srv.url("/b.bin").c_str(), file.c_str(), 3),
+                  HTTP_UTIL_ERR_SAVE_FILE);
+        EXPECT_EQ(srv.connections(), 0u) << "nothing sent";
+        struct stat st;
+        ASSERT_EQ(stat(file.c_str(), &st), 0);
+        EXPECT_EQ(static_cast<long long>(st.st_size), size) << "the file is left alone";
+        EXPECT_TRUE(fake::logged("Cannot write to " + file + " (File too large)."));
+    }
 }
 
 TEST_F(GetWire, FailedBodyKeepsWhatArrivedWithTheServerTime) {

@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/select.h>
 #include <string.h>
@@ -11,7 +12,13 @@
 
 #include <mutex>
 
-extern "C" void *__real_calloc(size_t n, size_t size);
+extern "C" {
+void *__real_malloc(size_t size);
+void *__real_calloc(size_t n, size_t size);
+void *__real_realloc(void *p, size_t size);
+FILE *__real_fopen(const char *path, const char *mode);
+FILE *__real_fopen64(const char *path, const char *mode);
+}
 
 namespace interpose {
 
@@ -31,7 +38,29 @@ int fail_bind_errno = 0;
 namespace {
 std::mutex sockopt_mutex;
 std::vector<SockoptCall> sockopt_log;
+
+thread_local bool alloc_armed = false;
+int alloc_count = 0;
+int alloc_fail_at = 0;
 }  // namespace
+
+void arm_allocation_failure(int fail_at) {
+    alloc_count = 0;
+    alloc_fail_at = fail_at;
+    alloc_armed = true;
+}
+
+int disarm_allocation_failure() {
+    alloc_armed = false;
+    return alloc_count;
+}
+
+// True when this allocation is the one to fail (errno is then ENOMEM).
+bool fail_this_allocation() {
+    if (!alloc_armed || ++alloc_count != alloc_fail_at) return false;
+    errno = ENOMEM;
+    return true;
+}
 
 std::vector<SockoptCall> sockopt_calls() {
     std::lock_guard<std::mutex> lock(sockopt_mutex);
@@ -122,14 +151,32 @@ int open64(const char *path, int flags, ...) {
 }
 #endif
 
-// Linked with --wrap=calloc: the test binaries' own calls come here, the
-// C library's internal ones (dlsym among them) do not.
+// Linked with --wrap: the test binaries' own calls come here, the C
+// library's internal ones (dlsym among them) do not.
 void *__wrap_calloc(size_t n, size_t size) {
-    if (interpose::fail_calloc_bytes != 0 && n * size == interpose::fail_calloc_bytes) {
+    if ((interpose::fail_calloc_bytes != 0 && n * size == interpose::fail_calloc_bytes) ||
+        interpose::fail_this_allocation()) {
         errno = ENOMEM;
         return nullptr;
     }
     return __real_calloc(n, size);
+}
+
+void *__wrap_malloc(size_t size) {
+    return interpose::fail_this_allocation() ? nullptr : __real_malloc(size);
+}
+
+void *__wrap_realloc(void *p, size_t size) {
+    return interpose::fail_this_allocation() ? nullptr : __real_realloc(p, size);
+}
+
+// With 64-bit file offsets on a 32-bit target the library calls fopen64.
+FILE *__wrap_fopen(const char *path, const char *mode) {
+    return interpose::fail_this_allocation() ? nullptr : __real_fopen(path, mode);
+}
+
+FILE *__wrap_fopen64(const char *path, const char *mode) {
+    return interpose::fail_this_allocation() ? nullptr : __real_fopen64(path, mode);
 }
 
 ssize_t write(int fd, const void *buf, size_t count) {

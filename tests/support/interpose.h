@@ -69,6 +69,16 @@ extern std::string taken_prefix;
 // unlink() of exactly this path fails with EPERM while it is non-empty.
 extern std::string fail_unlink_path;
 
+// Allocation-failure sweep. While armed, the heap allocations that the
+// arming thread makes through malloc, calloc and realloc (the test binaries
+// link with --wrap for each; strdup here takes its copy from malloc) and
+// through fopen (whose FILE the C library allocates where no wrapper sees
+// it) are counted, and the fail_at-th one fails with ENOMEM. Other threads,
+// the scripted server's among them, are never failed.
+void arm_allocation_failure(int fail_at);
+// Disarms and returns how many allocations were counted while armed.
+int disarm_allocation_failure();
+
 // Restores every interposed call to the C library's behaviour.
 void reset();
 

@@ -2,6 +2,7 @@
 # project's own file server, each a child process on a loopback port.
 list(APPEND TEST_SUPPORT_SOURCES
     support/child_process.cpp
+    support/cutting_proxy.cpp
     support/file_util.cpp
     support/loopback_peer.cpp
     support/nginx_peer.cpp
