@@ -41,11 +41,35 @@ int32_t content_length(const char *value) {
     return static_cast<int32_t>(v);
 }
 
-}  // namespace
+// For each star of a pattern, the earliest text position from which its run
+// has been tried in full without a match. Whether the rest of the pattern
+// matches from a given text position never depends on how the matcher got
+// there, so no star needs to try a position twice; without this a pattern
+// of a few stars backtracks exponentially over a long text. The table is
+// made on the first star that has a run to try, so star-free patterns (all
+// of the library's own) allocate nothing; without memory the matcher only
+// loses its speed.
+class StarRuns {
+public:
+    explicit StarRuns(const char *pattern) : pattern_(pattern) {}
+    const char *tried_from(const char *star) {
+        if (!tried_ && !failed_) {
+            tried_.reset(static_cast<const char **>(calloc(strlen(pattern_) + 1, sizeof(char *))));
+            failed_ = !tried_;
+        }
+        return tried_ ? tried_.get()[star - pattern_] : nullptr;
+    }
+    void set_tried_from(const char *star, const char *text) {
+        if (tried_) tried_.get()[star - pattern_] = text;
+    }
 
-extern "C" {
+private:
+    const char *pattern_;
+    http_util_internal::MallocPtr<const char *> tried_;
+    bool failed_ = false;
+};
 
-HTTP_UTIL_API int http_tag_cmp(const char *text, const char *pattern) {
+int tag_cmp(const char *text, const char *pattern, StarRuns &runs) {
     for (; !text_ended(*text); ++text, ++pattern) {
         // A dash in the pattern stands for any one character.
         if (*pattern == '-' || *pattern == *text || fold(*pattern) == fold(*text)) continue;
@@ -54,12 +78,26 @@ HTTP_UTIL_API int http_tag_cmp(const char *text, const char *pattern) {
         // A star covers a run of text up to a character that folds to the
         // one after it, from which the rest has to match.
         unsigned char next = fold(pattern[1]);
-        for (; !text_ended(*text); ++text)
-            if (fold(*text) == next && http_tag_cmp(text + 1, pattern + 2) == 0) return 0;
+        const char *tried = runs.tried_from(pattern);
+        if (tried == nullptr || text < tried) {
+            const char *from = text;
+            for (; !text_ended(*text) && (tried == nullptr || text < tried); ++text)
+                if (fold(*text) == next && tag_cmp(text + 1, pattern + 2, runs) == 0) return 0;
+            runs.set_tried_from(pattern, from);
+        }
         return (next == '*' && pattern[2] == '\0') ? 0 : next;
     }
     if (pattern[0] == '*' && pattern[1] == '\0') return 0;
     return static_cast<unsigned char>(*pattern);
+}
+
+}  // namespace
+
+extern "C" {
+
+HTTP_UTIL_API int http_tag_cmp(const char *text, const char *pattern) {
+    StarRuns runs(pattern);
+    return tag_cmp(text, pattern, runs);
 }
 
 HTTP_UTIL_API int parse_content_range(const char *value, int32_t *first, int32_t *last,

@@ -2,6 +2,7 @@
 // dates, and the dispatch of the fields into the response record.
 #include <gtest/gtest.h>
 #include <locale.h>
+#include <time.h>
 
 #include <functional>
 #include <string>
@@ -39,6 +40,23 @@ TEST(TagCmp, MatchesAsTheTableSays) {
     };
     for (const auto &c : cases)
         EXPECT_EQ(http_tag_cmp(c.text, c.pattern) == 0, c.match) << c.text << " ~ " << c.pattern;
+}
+
+// A pattern of stars used to try every way of spreading them over the text:
+// seconds for this pair, and without bound as the text grows.
+TEST(TagCmp, ManyStarsDoNotBacktrackExponentially) {
+    std::string pattern;
+    for (int i = 0; i < 9; ++i) pattern += "*a";
+    const std::string miss = pattern + "*b";
+    const std::string text(36, 'a');
+    struct timespec begin, end;
+    clock_gettime(CLOCK_MONOTONIC, &begin);
+    EXPECT_NE(http_tag_cmp(text.c_str(), miss.c_str()), 0);
+    EXPECT_EQ(http_tag_cmp((text + "b").c_str(), miss.c_str()), 0);
+    EXPECT_EQ(http_tag_cmp((text + "xb").c_str(), miss.c_str()), 0);
+    EXPECT_NE(http_tag_cmp(std::string(8, 'a').c_str(), miss.c_str()), 0);
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    EXPECT_LT((end.tv_sec - begin.tv_sec) * 1000 + (end.tv_nsec - begin.tv_nsec) / 1000000, 500);
 }
 
 TEST(ContentRange, ParsesAsTheTableSays) {
