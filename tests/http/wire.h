@@ -6,13 +6,14 @@
 
 #include <string>
 
+#include "scripted_server.h"
+
 namespace wire {
 
 // True once the reader has taken the first n bytes off the connected
-// client socket fd: all n have arrived and none is waiting to be read.
-// Checked from the server's thread before the next part is sent, so that a
-// reader sees each part on its own.
-bool taken_off(int fd, size_t n);
+// client socket fd. Checked from the server's thread before the next part
+// is sent, so that a reader sees each part on its own.
+using scripted::taken_off;
 
 // The next byte the socket holds (waits up to 5 s for it); -1 at the end
 // of the stream or on time-out.

@@ -1,11 +1,14 @@
 #include "scripted_server.h"
 
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/tcp.h>
 #include <poll.h>
 #include <string.h>
 #include <strings.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <stdexcept>
@@ -90,6 +93,7 @@ Server &Server::wait_until(std::function<bool()> ready) {
     steps_.push_back({Kind::WaitUntil, {}, 0, {}, std::move(ready)});
     return *this;
 }
+Server &Server::taken() { steps_.push_back({Kind::Taken, {}, 0, {}}); return *this; }
 Server &Server::half_close() { steps_.push_back({Kind::HalfClose, {}, 0, {}}); return *this; }
 Server &Server::close() { steps_.push_back({Kind::Close, {}, 0, {}}); return *this; }
 Server &Server::reset() { steps_.push_back({Kind::Reset, {}, 0, {}}); return *this; }
@@ -171,6 +175,7 @@ void Server::run() {
     int fd = -1;
     size_t conn = 0;
     size_t consumed = 0;  // bytes of this connection taken by earlier read steps
+    size_t sent = 0;      // bytes sent on this connection
     bool stopping = false;
     auto ensure_connection = [&] {
         if (fd < 0 && !stopping) {
@@ -178,6 +183,7 @@ void Server::run() {
             if (fd < 0) stopping = true;
             conn = connections() - 1;
             consumed = 0;
+            sent = 0;
         }
         return fd >= 0;
     };
@@ -232,8 +238,16 @@ void Server::run() {
                 if (n <= 0) break;
                 off += static_cast<size_t>(n);
             }
+            sent += off;
             break;
         }
+        case Kind::Taken:
+            for (int peer; fd >= 0 && (peer = local_peer_of(fd)) >= 0 && !taken_off(peer, sent);)
+                if (!sleep_for(milliseconds(1))) {
+                    stopping = true;
+                    break;
+                }
+            break;
         case Kind::HalfClose:
             if (ensure_connection()) shutdown(fd, SHUT_WR);
             break;
@@ -255,6 +269,59 @@ void Server::run() {
     std::lock_guard<std::mutex> lock(m_);
     done_ = true;
     cv_.notify_all();
+}
+
+namespace {
+
+bool same_address(const sockaddr_storage &a, socklen_t alen, const sockaddr_storage &b,
+                  socklen_t blen) {
+    return alen == blen && memcmp(&a, &b, alen) == 0;
+}
+
+}  // namespace
+
+int local_peer_of(int fd) {
+    sockaddr_storage self{}, peer{};
+    socklen_t self_len = sizeof self, peer_len = sizeof peer;
+    if (getsockname(fd, reinterpret_cast<sockaddr *>(&self), &self_len) != 0 ||
+        getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &peer_len) != 0)
+        return -1;
+    int found = -1;
+    DIR *dir = opendir("/proc/self/fd");
+    if (!dir) return -1;
+    while (dirent *e = readdir(dir)) {
+        int other = atoi(e->d_name);
+        if (e->d_name[0] == '.' || other == fd || other == dirfd(dir)) continue;
+        sockaddr_storage a{}, b{};
+        socklen_t a_len = sizeof a, b_len = sizeof b;
+        if (getsockname(other, reinterpret_cast<sockaddr *>(&a), &a_len) == 0 &&
+            getpeername(other, reinterpret_cast<sockaddr *>(&b), &b_len) == 0 &&
+            same_address(a, a_len, peer, peer_len) && same_address(b, b_len, self, self_len)) {
+            found = other;
+            break;
+        }
+    }
+    closedir(dir);
+    return found;
+}
+
+bool taken_off(int fd, size_t n) {
+    // Received first, queued second: bytes that arrive in between only make
+    // the answer later, never wrong.
+    tcp_info info{};
+    socklen_t len = sizeof info;
+    if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &len) != 0) return false;
+    int queued = 0;
+    if (ioctl(fd, FIONREAD, &queued) != 0) return false;
+    if (len >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received)
+        return info.tcpi_bytes_received >= n && queued == 0;
+    // qemu user emulation passes back only the first word of TCP_INFO. Then
+    // "arrived" is told by the sending end: nothing it sent is unacknowledged.
+    // The caller checks after sending exactly n bytes, so that stands for n.
+    int peer = local_peer_of(fd);
+    int unacked = 0;
+    if (peer < 0 || ioctl(peer, TIOCOUTQ, &unacked) != 0) return false;
+    return unacked == 0 && queued == 0;
 }
 
 uint16_t unused_port() {

@@ -55,6 +55,10 @@ public:
     // the server's thread), e.g. until the client has taken the bytes sent
     // so far, so that the next send is seen separately.
     Server &wait_until(std::function<bool()> ready);
+    // Holds the script until the client end of the connection (a socket of
+    // this process) has taken every byte sent on it so far, or is closed:
+    // the next send is then seen on its own.
+    Server &taken();
     Server &half_close();             // shutdown(SHUT_WR): the peer reads EOF
     Server &close();                  // close the connection
     Server &reset();                  // close with a TCP reset
@@ -77,8 +81,8 @@ public:
     size_t connections() const;
 
 private:
-    enum class Kind { ReadRequest, ReadBytes, ReadUntilClose, Send, Pause, WaitUntil, HalfClose, Close,
-                      Reset, NextConnection };
+    enum class Kind { ReadRequest, ReadBytes, ReadUntilClose, Send, Pause, WaitUntil, Taken, HalfClose,
+                      Close, Reset, NextConnection };
     struct Step {
         Kind kind;
         std::string bytes;
@@ -110,6 +114,14 @@ private:
 
 // A loopback port with nothing listening on it (connections are refused).
 uint16_t unused_port();
+
+// True once the connected socket fd, this process's end of a loopback
+// connection, has received n bytes and holds none of them unread.
+bool taken_off(int fd, size_t n);
+
+// The socket of this process at the other end of the loopback connection
+// fd, or -1.
+int local_peer_of(int fd);
 
 }  // namespace scripted
 
