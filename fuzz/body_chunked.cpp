@@ -1,6 +1,7 @@
 // The chunked body reader through a socket pair: size lines are peeked and
-// consumed exactly, data goes out in blocks of at most 1023 bytes, and
-// nothing after the zero chunk is read.
+// consumed exactly (a line not yet ended is taken off and read on), data
+// goes out in blocks of at most 1023 bytes, and nothing after the zero
+// chunk is read.
 #include <limits.h>
 #include <stdio.h>
 #include <string.h>
@@ -9,26 +10,42 @@
 
 namespace {
 
-constexpr size_t kSizeLinePeek = 20;
+constexpr size_t kFirstPeek = 20;
+constexpr size_t kSizeLineMax = 256;  // line end included
+constexpr size_t kLineBuffer = 2 + kSizeLineMax;  // and the line end before it
 constexpr size_t kDataRead = 1023;
 
 fuzz::BodyModel model(const std::string &body) {
     fuzz::BodyModel m;
     size_t pos = 0;
     for (;;) {
-        // A size line, with the CR LF that ends the previous data, must be
-        // whole within the first 20 bytes the socket holds.
-        const std::string window = body.substr(pos, kSizeLinePeek);
-        const size_t start = window.compare(0, 2, "\r\n") == 0 ? 2 : 0;
-        const size_t crlf = window.find("\r\n", start);
-        unsigned long long value = 0;
-        if (crlf == std::string::npos ||
-            sscanf(window.substr(start, crlf - start).c_str(), "%llx", &value) != 1 ||
-            value > INT32_MAX) {
-            m.rc = HTTP_UTIL_ERR_RSP_FORMAT;
-            break;
+        // The reader peeks 20 bytes, then, while the line has not ended,
+        // takes what it saw off the socket and peeks at what follows, up to
+        // the line limit. The input is all in the socket and the writer has
+        // closed, so a peek sees everything there is.
+        size_t have = 0, lf = std::string::npos, start = 0;
+        for (bool first = true;; first = false) {
+            const size_t n = std::min(first ? kFirstPeek : kLineBuffer - have, body.size() - pos - have);
+            if (n == 0) {
+                m.rc = HTTP_UTIL_ERR_RECV_DATA;  // closed before the line ended
+                m.consumed = pos + have;
+                return m;
+            }
+            const std::string seen = body.substr(pos, have + n);
+            start = seen.compare(0, 2, "\r\n") == 0 ? 2 : seen.compare(0, 1, "\n") == 0 ? 1 : 0;
+            lf = seen.find('\n', start);
+            if (lf != std::string::npos || seen.size() - start >= kSizeLineMax) break;
+            have = seen.size();
         }
-        pos += crlf + 2;
+        unsigned long long value = 0;
+        const size_t end = lf != std::string::npos && lf > start && body[pos + lf - 1] == '\r' ? lf - 1 : lf;
+        if (lf == std::string::npos || lf + 1 - start > kSizeLineMax ||
+            sscanf(body.substr(pos + start, end - start).c_str(), "%llx", &value) != 1 || value > INT32_MAX) {
+            m.rc = HTTP_UTIL_ERR_RSP_FORMAT;
+            m.consumed = pos + have;
+            return m;
+        }
+        pos += lf + 1;
         if (value == 0) break;
         for (size_t left = value; left > 0;) {
             if (pos == body.size()) {

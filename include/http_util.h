@@ -273,21 +273,32 @@ HTTP_UTIL_API int http_flush(http_util *util);
 /* ---- response handling ---- */
 
 /* Takes the response head off the socket up to and including its empty
- * line; body bytes stay in the socket. Returns a malloc'd C string the
- * caller frees ("" when the reply does not begin with "HTTP": nothing is
- * consumed), or NULL with *err set to a result code; *err is not written
- * on success. url is only handed to http_change_progess (may be NULL). */
+ * line (lines may end in CR LF or LF alone); body bytes stay in the socket.
+ * Returns a malloc'd C string the caller frees ("" when the reply does not
+ * begin with "HTTP": nothing is consumed), or NULL with *err set to a
+ * result code; *err is not written on success. url is only handed to
+ * http_change_progess (may be NULL). Interim 1xx heads (100 Continue, 103
+ * Early Hints...), which a server may send before the final head and a
+ * client must pass over, are taken off and skipped: the final head is
+ * returned, within the same 30 seconds for all, each head within 4095
+ * bytes. */
 HTTP_UTIL_API char *http_read_http_response_head(int fd, http_url_param *url, int *err);
-/* Copies the line before the first CR LF of text into dst (size bytes) and
- * returns the position after the CR LF; NULL when there is no CR LF or the
- * line has size characters or more. */
+/* Copies the line before the first LF of text, without the CR before that
+ * LF if there is one, into dst (size bytes) and returns the position after
+ * the LF: many servers end their lines in LF alone, and HTTP lets a client
+ * read them so. NULL when there is no LF or the line has size characters
+ * or more. */
 HTTP_UTIL_API const char *http_getline(const char *text, char *dst, int size);
 /* Status code of a status line (without CR LF) into rsp->status: 0, or -1
  * when the line is not a status line. */
 HTTP_UTIL_API int http_parse_resp_status(http_rsp *rsp, const char *line);
 /* Parses a whole head into util->rsp and classifies it: HTTP_UTIL_OK (read
  * the body), HTTP_UTIL_ERR_REDIRECT (Location in rsp.new_local) or a failure
- * code. ref->start is the offset the body was asked from. */
+ * code. ref->start is the offset the body was asked from. Lines end in CR
+ * LF or LF alone. A header line of 512 characters or more is passed over
+ * when its field is not one that http_parse_rsp_head reads (a long
+ * Set-Cookie or Content-Security-Policy means nothing here); one that is
+ * gives HTTP_UTIL_ERR_RSP_FORMAT. */
 HTTP_UTIL_API int http_parse_http_response_head(http_util *util, http_progress_ref *ref,
                                                 const char *head);
 /* One header field into rsp: 0, or HTTP_UTIL_ERR_RSP_FORMAT for a
@@ -311,7 +322,15 @@ HTTP_UTIL_API time_t http_atotm(const char *date);
 HTTP_UTIL_API int http_fd_read_body(http_url_param *url, int fd, FILE *out,
                                     http_progress_ref *ref, int32_t toread, uint32_t skip);
 /* The same for a chunked body, up to its zero-size chunk (the CR LF after it
- * and any trailer stay in the socket). A result code. */
+ * and any trailer stay in the socket). A result code. A size line may be up
+ * to 256 bytes, its line end (CR LF or LF alone) included; extensions after
+ * ";" are ignored. A server or proxy may split a size line between TCP
+ * segments, so one not yet ended is read on as its bytes come, without
+ * spinning; the whole line must arrive within the 5 seconds that the wait
+ * for its first byte has, else HTTP_UTIL_ERR_RSP_FORMAT ("wrong chunk
+ * format."). A peer that closes before the size line has ended has cut the
+ * connection: HTTP_UTIL_ERR_RECV_DATA, which a download retries and resumes
+ * like any other cut. */
 HTTP_UTIL_API int http_fd_read_body_chunked(http_url_param *url, int fd, FILE *out,
                                             http_progress_ref *ref, uint32_t skip);
 
@@ -362,7 +381,9 @@ HTTP_UTIL_API char *http_util_generate_tmpname(const char *name);
  * request and dropped when the server's copy changed; up to five
  * redirections are followed; failed connections and transfers are retried
  * ntry times (the calls without ntry use g_http_opt.ntry as it stands at the
- * call) with g_http_opt.wait seconds between attempts. The saved file gets
+ * call) with g_http_opt.wait seconds between attempts; a connection cut
+ * anywhere in a chunked body, a size line included, is resumed like one
+ * cut in a body of known length. The saved file gets
  * the server's Last-Modified time. Result: HTTP_UTIL_OK when the file was
  * saved, else a result code; a failed download leaves what it stored.
  * A local file of 2 GiB or more cannot be resumed (positions are 32-bit):

@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
 #include <algorithm>
 
@@ -17,36 +18,83 @@ namespace http_util_internal {
 
 namespace {
 
-// A size line, with the CR LF that ends the previous chunk's data, must be
-// in the socket whole within this many bytes.
+// The first look at a size line, with the line end of the previous chunk's
+// data: a line whole within it is read at once.
 constexpr size_t kSizeLinePeek = 20;
+// A size line with its extensions and its line end; the line end of the
+// data before it comes on top.
+constexpr size_t kSizeLineMax = 256;
+constexpr size_t kSizeLineBuf = 2 + kSizeLineMax;
+// The whole size line has the 5 seconds of the first wait for it.
+constexpr int64_t kSizeLineWaitMs = 5000;
 // Data reads leave room in the block, as they always have.
 constexpr uint32_t kChunkReadMax = kBodyBlockSize - 1;
 
+// 64 bits: a 32-bit long of milliseconds overflows after 24 days of uptime.
+int64_t monotonic_ms() {
+    struct timespec now = {0, 0};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+// Where the size line begins in the bytes seen: after the line end of the
+// previous chunk's data, when they begin with one.
+size_t line_start(const char *seen, size_t n) {
+    if (n >= 2 && seen[0] == '\r' && seen[1] == '\n') return 2;
+    return n >= 1 && seen[0] == '\n' ? 1 : 0;
+}
+
 }  // namespace
 
+// A size line is peeked, then consumed exactly: chunk data never enters
+// this buffer. A line not yet ended when peeked (a server or proxy may cut
+// it between segments) is all size line, so it is taken off and the next
+// bytes are waited for; the wait sleeps, it does not spin.
 int http_util_fd_read_chunk_len(int fd, int32_t *size) {
-    char line[kSizeLinePeek + 1] = {};
-    int n = http_fd_peek(fd, line, kSizeLinePeek, -1);
-    if (n < 0) {
-        HTTP_LOG("peek chunk length failed(%s).", strerror(errno));
-        return HTTP_UTIL_ERR_RECV_DATA;
+    char line[kSizeLineBuf + 1] = {};
+    const int64_t deadline = monotonic_ms() + kSizeLineWaitMs;
+    size_t have = 0;  // bytes of the line already taken off the socket
+    size_t start = 0;
+    char *lf = nullptr;
+    for (;;) {
+        const auto left = static_cast<int>(std::max<int64_t>(deadline - monotonic_ms(), 0));
+        int n = have == 0 ? http_fd_peek(fd, line, kSizeLinePeek, -1)
+                          : http_fd_peek(fd, line + have, kSizeLineBuf - have, WaitMs{left});
+        if (n < 0 && have > 0 && errno == ETIMEDOUT) {
+            HTTP_LOG("wrong chunk format.");
+            return HTTP_UTIL_ERR_RSP_FORMAT;
+        }
+        if (n < 0) {
+            HTTP_LOG("peek chunk length failed(%s).", strerror(errno));
+            return HTTP_UTIL_ERR_RECV_DATA;
+        }
+        if (n == 0) {  // the connection was cut before the line ended
+            HTTP_LOG("[http_fd_read_body_chunked]socket closed by peer.");
+            return HTTP_UTIL_ERR_RECV_DATA;
+        }
+        HTTP_LOG("peek chunk: %s", line + have);
+        const size_t seen = have + static_cast<size_t>(n);
+        start = line_start(line, seen);
+        lf = static_cast<char *>(memchr(line + start, '\n', seen - start));
+        if (lf != nullptr) break;
+        if (seen - start >= kSizeLineMax) break;
+        int got = fast_read(fd, line + have, static_cast<unsigned>(n), 1);
+        if (got <= 0) {
+            HTTP_LOG("skip chunk head failed.");
+            return HTTP_UTIL_ERR_RECV_DATA;
+        }
+        have += static_cast<size_t>(got);
     }
-    HTTP_LOG("peek chunk: %s", line);
-    // The size line is peeked, then consumed exactly: chunk data never
-    // enters this buffer.
-    char *start = line;
-    if (n >= 2 && line[0] == '\r' && line[1] == '\n') start += 2;
-    auto *crlf = static_cast<char *>(memmem(start, static_cast<size_t>(line + n - start), "\r\n", 2));
-    if (crlf == nullptr) {
+    if (lf == nullptr || static_cast<size_t>(lf + 1 - (line + start)) > kSizeLineMax) {
         HTTP_LOG("wrong chunk format.");
         return HTTP_UTIL_ERR_RSP_FORMAT;
     }
-    *crlf = '\0';
+    // A CR LF or a bare LF ends the line; an extension after ";" is ignored.
+    *(lf > line + start && lf[-1] == '\r' ? lf - 1 : lf) = '\0';
     // Read wide, so that a size of 2^31 or more is refused on every word
     // size rather than cut to 32 bits.
     unsigned long long value = 0;
-    if (sscanf(start, "%llx", &value) != 1) {
+    if (sscanf(line + start, "%llx", &value) != 1) {
         HTTP_LOG("scanf chunk length failed.");
         return HTTP_UTIL_ERR_RSP_FORMAT;
     }
@@ -54,8 +102,8 @@ int http_util_fd_read_chunk_len(int fd, int32_t *size) {
         HTTP_LOG("wrong chunk length.");
         return HTTP_UTIL_ERR_RSP_FORMAT;
     }
-    auto used = static_cast<unsigned>(crlf + 2 - line);
-    if (fast_read(fd, line, used, 1) <= 0) {
+    auto used = static_cast<unsigned>(lf + 1 - (line + have));
+    if (fast_read(fd, line + have, used, 1) <= 0) {
         HTTP_LOG("skip chunk head failed.");
         return HTTP_UTIL_ERR_RECV_DATA;
     }

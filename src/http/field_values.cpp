@@ -8,6 +8,7 @@
 
 #include "frame/log.h"
 #include "frame/raii.h"
+#include "http/response.h"
 #include "http_util.h"
 
 namespace {
@@ -40,6 +41,14 @@ int32_t content_length(const char *value) {
     if (v < INT32_MIN) return INT32_MIN;
     return static_cast<int32_t>(v);
 }
+
+// In the order of Field.
+constexpr const char *kFieldNames[] = {"Content-Length", "Transfer-Encoding", "Connection",
+                                       "Accept-Ranges",  "Content-Range",     "Last-Modified",
+                                       "Location"};
+static_assert(sizeof kFieldNames / sizeof kFieldNames[0] ==
+                  static_cast<size_t>(http_util_internal::Field::None),
+              "a name for every field");
 
 // For each star of a pattern, the earliest text position from which its run
 // has been tried in full without a match. Whether the rest of the pattern
@@ -93,6 +102,27 @@ int tag_cmp(const char *text, const char *pattern, StarRuns &runs) {
 
 }  // namespace
 
+namespace http_util_internal {
+
+Field http_field_of(const char *name) {
+    for (size_t i = 0; i < sizeof kFieldNames / sizeof kFieldNames[0]; ++i)
+        if (http_tag_cmp(name, kFieldNames[i]) == 0) return static_cast<Field>(i);
+    return Field::None;
+}
+
+bool http_field_used(const char *name, size_t len) {
+    // No name the parser reads is this long; a quote ends the compared text
+    // early, and one within the copy is compared as the whole name would be.
+    char copy[32];
+    const size_t n = len < sizeof copy ? len : sizeof copy - 1;
+    memcpy(copy, name, n);
+    copy[n] = '\0';
+    if (n < len && strchr(copy, '"') == nullptr) return false;
+    return http_field_of(copy) != Field::None;
+}
+
+}  // namespace http_util_internal
+
 extern "C" {
 
 HTTP_UTIL_API int http_tag_cmp(const char *text, const char *pattern) {
@@ -131,36 +161,47 @@ HTTP_UTIL_API int parse_content_range(const char *value, int32_t *first, int32_t
 
 HTTP_UTIL_API int http_parse_rsp_head(http_rsp *rsp, http_progress_ref * /*ref*/,
                                       const char *name, const char *value) {
+    using http_util_internal::Field;
     HTTP_LOG("%s: %s", name, value);
-    if (http_tag_cmp(name, "Content-Length") == 0) {
+    switch (http_util_internal::http_field_of(name)) {
+    case Field::ContentLength:
         rsp->content_len = content_length(value);
-    } else if (http_tag_cmp(name, "Transfer-Encoding") == 0) {
+        break;
+    case Field::TransferEncoding:
         if (http_tag_cmp(value, "chunked") == 0) rsp->chunked = 1;
-    } else if (http_tag_cmp(name, "Connection") == 0) {
+        break;
+    case Field::Connection:
         if (http_tag_cmp(value, "keep-alive") == 0)
             rsp->keep_alive = 1;
         else if (http_tag_cmp(value, "close") == 0)
             rsp->keep_alive = 0;
-    } else if (http_tag_cmp(name, "Accept-Ranges") == 0) {
+        break;
+    case Field::AcceptRanges:
         if (strcmp(value, "none") == 0)
             rsp->accept_ranges = 0;
         else if (strcmp(value, "bytes") == 0)
             rsp->accept_ranges = 1;
-    } else if (http_tag_cmp(name, "Content-Range") == 0) {
+        break;
+    case Field::ContentRange:
         if (!parse_content_range(value, &rsp->range_start, &rsp->range_end, &rsp->file_len)) {
             HTTP_LOG("parse content-range fail");
             return HTTP_UTIL_ERR_RSP_FORMAT;
         }
         HTTP_LOG("%ld-%ld/%ld", static_cast<long>(rsp->range_start),
                  static_cast<long>(rsp->range_end), static_cast<long>(rsp->file_len));
-    } else if (http_tag_cmp(name, "Last-Modified") == 0) {
+        break;
+    case Field::LastModified:
         copy_bounded(rsp->last_modified, value);
         // The time comes from the whole value, not the stored cut.
         rsp->mtime = static_cast<int32_t>(http_atotm(value));
         if (rsp->mtime == -1) HTTP_LOG("Last-modified header invalid -- time-stamp ignored.");
-    } else if (http_tag_cmp(name, "Location") == 0) {
+        break;
+    case Field::Location:
         copy_bounded(rsp->new_local, value);
         HTTP_LOG("[newlocation] rsp->new_local %s", rsp->new_local);
+        break;
+    case Field::None:
+        break;
     }
     return 0;
 }

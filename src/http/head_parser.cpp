@@ -45,7 +45,29 @@ bool is_redirect(int32_t status) {
     return status == 300 || status == 301 || status == 302 || status == 303 || status == 307;
 }
 
+// Where the three digits of a status line's code begin, after "HTTP", the
+// version (passed over, not examined) and blanks; null when the line does
+// not begin with "HTTP" or has no three digits there.
+const char *status_digits(const char *line) {
+    if (strncmp(line, "HTTP", 4) != 0) return nullptr;
+    const char *p = line + 4;
+    if (*p == '/') {
+        p = skip_digits(p + 1);
+        if (*p == '.') ++p;
+        p = skip_digits(p);
+    }
+    p = skip_space(p);
+    return is_digit(p[0]) && is_digit(p[1]) && is_digit(p[2]) ? p : nullptr;
+}
+
+int32_t code_of(const char *d) { return (d[0] - '0') * 100 + (d[1] - '0') * 10 + (d[2] - '0'); }
+
 }  // namespace
+
+int http_util_internal::http_status_code(const char *line) {
+    const char *p = status_digits(line);
+    return p != nullptr && (p[3] == '\0' || is_space(p[3])) ? code_of(p) : -1;
+}
 
 // Checked in this order: a range that starts elsewhere than asked is
 // refused whatever the status.
@@ -74,34 +96,28 @@ int http_util_internal::http_process_response_head(http_util *util, http_progres
 
 extern "C" {
 
-// Only CR LF ends a line: a bare LF belongs to the line.
+// A line ends at LF, with the CR before it if there is one: servers that
+// end their lines in LF alone are read like the others.
 HTTP_UTIL_API const char *http_getline(const char *text, char *dst, int size) {
-    const char *crlf = strstr(text, "\r\n");
-    if (crlf == nullptr) return nullptr;
-    auto len = static_cast<long>(crlf - text);
+    const char *lf = strchr(text, '\n');
+    if (lf == nullptr) return nullptr;
+    auto len = static_cast<long>(lf - text);
+    if (len > 0 && text[len - 1] == '\r') --len;
     if (len == 0) {
         dst[0] = '\0';
-        return crlf + 2;
+        return lf + 1;
     }
     if (len >= size) return nullptr;
     memcpy(dst, text, static_cast<size_t>(len));
     dst[len] = '\0';
-    return crlf + 2;
+    return lf + 1;
 }
 
 HTTP_UTIL_API int http_parse_resp_status(http_rsp *rsp, const char *line) {
     HTTP_LOG("status: %s", line);
-    if (strncmp(line, "HTTP", 4) != 0) return -1;
-    const char *p = line + 4;
-    if (*p == '/') {
-        // The version is passed over, not examined.
-        p = skip_digits(p + 1);
-        if (*p == '.') ++p;
-        p = skip_digits(p);
-    }
-    p = skip_space(p);
-    if (!is_digit(p[0]) || !is_digit(p[1]) || !is_digit(p[2])) return -1;
-    rsp->status = (p[0] - '0') * 100 + (p[1] - '0') * 10 + (p[2] - '0');
+    const char *p = status_digits(line);
+    if (p == nullptr) return -1;
+    rsp->status = code_of(p);
     p += 3;
     if (*p != '\0' && !is_space(*p)) {
         HTTP_LOG("invalid status line");
@@ -126,11 +142,21 @@ HTTP_UTIL_API int http_parse_http_response_head(http_util *util, http_progress_r
         return HTTP_UTIL_ERR_RSP_FORMAT;
     }
     for (;;) {
-        p = http_getline(p, line, sizeof line);
-        if (p == nullptr) {
-            HTTP_LOG("parse response header error because the packet have't CRLFCRLF");
-            return HTTP_UTIL_ERR_RSP_FORMAT;
+        const char *next = http_getline(p, line, sizeof line);
+        if (next == nullptr) {
+            // A line too long for the line buffer is passed over when its
+            // field is not one the parser reads (a long Set-Cookie, say).
+            const char *lf = strchr(p, '\n');
+            size_t name = lf != nullptr ? strcspn(p, ":\n") : 0;
+            if (lf == nullptr || http_util_internal::http_field_used(p, name)) {
+                HTTP_LOG("parse response header error because the packet have't CRLFCRLF");
+                return HTTP_UTIL_ERR_RSP_FORMAT;
+            }
+            HTTP_LOG("long header line skipped: %.*s", static_cast<int>(name < 40 ? name : 40), p);
+            p = lf + 1;
+            continue;
         }
+        p = next;
         if (line[0] == '\0') break;
         HTTP_LOG("HTTP header: %s", line);
         char *colon = strchr(line, ':');

@@ -1,5 +1,6 @@
 // The response head is taken off the socket exactly: peek, find the empty
 // line, then read no further than it, so the body stays for the body readers.
+// Interim 1xx heads before the final one are taken off and passed over.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
@@ -32,9 +33,13 @@ time_t monotonic_seconds() {
 }  // namespace
 
 int http_fd_peek(int fd, char *buf, size_t len, int wait_s) {
+    return http_fd_peek(fd, buf, len, wait_of_seconds(wait_s));
+}
+
+int http_fd_peek(int fd, char *buf, size_t len, WaitMs wait) {
     int n;
     if (recv_at_once(fd, buf, len, MSG_PEEK, &n)) return n;
-    int ready = http_select_fd(fd, wait_s, kWaitRead);
+    int ready = http_select_fd(fd, wait, kWaitRead);
     if (ready <= 0) {
         HTTP_LOG("select failed, return: %d", ready);
         if (ready == 0) errno = ETIMEDOUT;
@@ -124,7 +129,19 @@ char *http_fd_read_hunk(int fd, http_url_param *url, int *err) {
             }
             return buf.release();
         }
-        if (end != nullptr && got == amount) return buf.release();
+        if (end != nullptr && got == amount) {
+            // A 1xx head comes before the final one: skip it, still
+            // within the deadline of the whole call.
+            auto *lf = static_cast<char *>(memchr(buf.get(), '\n', static_cast<size_t>(tail)));
+            if (lf != nullptr) *lf = '\0';
+            int status = http_status_code(buf.get());
+            if (lf != nullptr) *lf = '\n';
+            if (status < 100 || status > 199) return buf.release();
+            HTTP_LOG("interim response %d skipped.", status);
+            memset(buf.get(), 0, static_cast<size_t>(bufsize));
+            tail = 0;
+            continue;
+        }
 
         if (tail == bufsize - 1) {
             if (bufsize >= kHeadMaxSize) {

@@ -8,6 +8,7 @@
 #include <stdio.h>
 
 #include "http_util.h"
+#include "net/io.h"
 
 namespace http_util_internal {
 
@@ -15,6 +16,7 @@ namespace http_util_internal {
 // consuming: bytes peeked, 0 when the peer closed, -1 with errno
 // (ETIMEDOUT when the wait ran out).
 int http_fd_peek(int fd, char *buf, size_t len, int wait_s);
+int http_fd_peek(int fd, char *buf, size_t len, WaitMs wait);
 
 // The head reader behind http_read_http_response_head.
 char *http_fd_read_hunk(int fd, http_url_param *url, int *err);
@@ -23,6 +25,26 @@ char *http_fd_read_hunk(int fd, http_url_param *url, int *err);
 // when the reply does not begin with "HTTP", NULL when the end is still to
 // come. peeked is where the latest peek stored its len bytes.
 const char *http_response_head_terminator(const char *start, const char *peeked, int len);
+
+// The status code of a status line (up to its NUL), or -1 when it is not
+// one.
+int http_status_code(const char *line);
+
+// The header fields the parser reads, by name as http_tag_cmp compares them.
+enum class Field {
+    ContentLength,
+    TransferEncoding,
+    Connection,
+    AcceptRanges,
+    ContentRange,
+    LastModified,
+    Location,
+    None
+};
+Field http_field_of(const char *name);
+// Whether a header line whose name (up to its colon, if any) starts at name
+// and runs len characters carries a field the parser reads.
+bool http_field_used(const char *name, size_t len);
 
 // The result code of a parsed head: go on, redirect, or a named failure.
 int http_process_response_head(http_util *util, http_progress_ref *ref);

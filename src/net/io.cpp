@@ -17,8 +17,12 @@
 
 namespace http_util_internal {
 
-// A fresh epoll instance per wait keeps the function free of state.
 int http_select_fd(int fd, int seconds, int direction) {
+    return http_select_fd(fd, wait_of_seconds(seconds), direction);
+}
+
+// A fresh epoll instance per wait keeps the function free of state.
+int http_select_fd(int fd, WaitMs wait, int direction) {
     int ep = epoll_create(1);
     if (ep < 0) {
         HTTP_LOG("epoll fd create fail.");
@@ -34,10 +38,8 @@ int http_select_fd(int fd, int seconds, int direction) {
         HTTP_LOG("epoll add ctl fail, fd %d.", fd);
         return -1;
     }
-    // Clamped: a huge limit must not overflow into a short or endless wait.
-    int ms = seconds <= 0 ? 5000 : seconds > INT_MAX / 1000 ? INT_MAX : seconds * 1000;
     struct epoll_event out = {};
-    int n = epoll_wait(ep, &out, 1, ms);
+    int n = epoll_wait(ep, &out, 1, wait.ms > 0 ? wait.ms : 0);
     int saved = errno;
     (void)close(ep);
     errno = saved;

@@ -3,6 +3,7 @@
 #ifndef HTTP_UTIL_NET_IO_H
 #define HTTP_UTIL_NET_IO_H
 
+#include <limits.h>
 #include <stddef.h>
 
 namespace http_util_internal {
@@ -10,9 +11,21 @@ namespace http_util_internal {
 constexpr int kWaitRead = 0;
 constexpr int kWaitWrite = 1;
 
+// A wait given in milliseconds; 0 only looks.
+struct WaitMs {
+    int ms;
+};
+
+// A wait of whole seconds, as the seconds-taking waits read it: 0 or less
+// is 5 seconds, and a huge limit is clamped rather than overflowed.
+constexpr WaitMs wait_of_seconds(int seconds) {
+    return WaitMs{seconds <= 0 ? 5000 : seconds > INT_MAX / 1000 ? INT_MAX : seconds * 1000};
+}
+
 // > 0 ready (errors and hang-ups included), 0 time limit passed, -1 failure.
 // A limit of 0 or less waits 5 seconds.
 int http_select_fd(int fd, int seconds, int direction);
+int http_select_fd(int fd, WaitMs wait, int direction);
 
 // The readiness fast path. A socket that already holds data (or room) needs
 // no wait: the call is tried once without blocking, and only when that does

@@ -6,6 +6,7 @@ list(APPEND HTTP_UTIL_UNIT_TESTS
     download/get_test.cpp
     download/get_wire_test.cpp
     download/post_wire_test.cpp
+    download/reply_table_test.cpp
     download/touch_test.cpp)
 
 # Transfers against real peers (nginx, the multipart sink): processes that

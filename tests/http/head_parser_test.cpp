@@ -19,11 +19,15 @@ TEST(GetLine, SplitsAtCrLfWithinTheDestination) {
     } cases[] = {
         {"abc\r\ndef", 16, 5, "abc"},
         {"\r\ndef", 16, 2, ""},
-        {"a\nb\r\n", 16, 5, "a\nb"},  // a bare LF belongs to the line
-        {"abc\n\n", 16, -1, "untouched"},
+        {"a\nb\r\n", 16, 2, "a"},  // a bare LF ends a line too
+        {"abc\n\n", 16, 4, "abc"},
+        {"\ndef", 16, 1, ""},
+        {"a\rb\r\r\n", 16, 6, "a\rb\r"},  // a CR only before the LF
+        {"abc", 16, -1, "untouched"},
         {"", 16, -1, "untouched"},
         {"abcdefghijklmno\r\n", 16, 17, "abcdefghijklmno"},  // 15 characters fit in 16
         {"abcdefghijklmnop\r\n", 16, -1, "untouched"},
+        {"abcdefghijklmnop\n", 16, -1, "untouched"},
     };
     for (const auto &c : cases) {
         char dst[32] = "untouched";
@@ -90,12 +94,18 @@ TEST_F(ResponseHead, RejectsMalformedHeads) {
         std::string message;  // the last record of http_parse_http_response_head
     } cases[] = {
         {kOk + "Content-Length: 5\r\n\r\nbody", 0, "HTTP header: Content-Length: 5"},
-        {"HTTP/1.1 200 OK\nContent-Length: 5\n\n", 25, kCrlf},  // bare LF lines
+        {"HTTP/1.1 200 OK\nContent-Length: 5\n\n", 0, "HTTP header: Content-Length: 5"},  // bare LF
+        {"HTTP/1.1 200 OK", 25, kCrlf},
         {kOk + "Content-Length: 5\r\n", 25, kCrlfCrlf},         // no empty line
         {"FTP 200 OK\r\n\r\n", 25, "http_parse_resp_status error"},
         {"HTTP/1.1 2000 OK\r\n\r\n", 25, "http_parse_resp_status error"},
         {kOk + "X: " + std::string(508, 'v') + "\r\n\r\n", 0, "HTTP header: X: " + std::string(508, 'v')},
-        {kOk + "X: " + std::string(509, 'v') + "\r\n\r\n", 25, kCrlfCrlf},  // a 512-character line
+        // A line of 512 characters or more is skipped unless the parser uses its field.
+        {kOk + "X: " + std::string(509, 'v') + "\r\n\r\n", 0, "long header line skipped: X"},
+        {kOk + "Set-Cookie: " + std::string(600, 'v') + "\nA: b\n\n", 0, "HTTP header: A: b"},
+        {kOk + "no colon " + std::string(600, 'v') + "\r\n\r\n", 0, "long header line skipped: no colon " + std::string(31, 'v')},
+        {kOk + "Location: " + std::string(502, 'v') + "\r\n\r\n", 25, kCrlfCrlf},
+        {kOk + "content-length: " + std::string(502, '1') + "\r\n\r\n", 25, kCrlfCrlf},
         {"HTTP/1.1 200 " + std::string(499, 'K') + "\r\n\r\n", 25, kCrlf},
         {kOk + "Content-Range: bytes 1/2\r\n\r\n", 25, "HTTP header: Content-Range: bytes 1/2"},
     };
