@@ -23,12 +23,20 @@ void check_classified(const http_rsp &rsp, int32_t start, int rc) {
     case HTTP_UTIL_ERR_NOT_FOUND: FUZZ_CHECK(rsp.status == 404); break;
     case HTTP_UTIL_ERR_UNAUTHORIZED: FUZZ_CHECK(rsp.status == 401); break;
     case HTTP_UTIL_ERR_RANGE: FUZZ_CHECK(rsp.status == 416); break;
+    // A 416 to a range asked from the end of the file, or from beyond it.
+    case HTTP_UTIL_ALREADY_DONE: FUZZ_CHECK(rsp.status == 416 && start > 0 && rsp.file_len == start); break;
+    case HTTP_UTIL_NEED_RETRY:
+        FUZZ_CHECK(rsp.status == 416 && rsp.file_len >= 0 && rsp.file_len < start);
+        break;
     case HTTP_UTIL_ERR_PROTOCOL: FUZZ_CHECK(rsp.range_start != 0 && rsp.range_start != start); break;
     case HTTP_UTIL_ERR_UNEXPECTED_RSP:
     case HTTP_UTIL_ERR_RSP_FORMAT: break;
     default: FUZZ_CHECK(!"result code outside the parser's set");
     }
-    if (rc != HTTP_UTIL_ERR_RSP_FORMAT) FUZZ_CHECK(rsp.status >= 0 && rsp.status <= 999);
+    if (rc != HTTP_UTIL_ERR_RSP_FORMAT) {
+        FUZZ_CHECK(rsp.status >= 0 && rsp.status <= 999);
+        FUZZ_CHECK(rsp.content_len >= -1);  // none, or a plain decimal
+    }
 }
 
 }  // namespace
@@ -40,9 +48,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     http_progress_ref ref = {};
 
     // Once as a fresh download, once as a resume from where the head's own
-    // Content-Range starts, so that both sides of the range test are taken.
-    for (int pass = 0; pass < 2; ++pass) {
-        ref.start = pass == 0 ? 0 : util->rsp.range_start;
+    // Content-Range starts (or from its complete length, which a 416 gives),
+    // so that both sides of the range tests are taken.
+    for (int pass = 0; pass < 3; ++pass) {
+        ref.start = pass == 0 ? 0 : pass == 1 ? util->rsp.range_start : util->rsp.file_len;
         int rc = http_parse_http_response_head(util, &ref, head.c_str());
         check_classified(util->rsp, ref.start, rc);
         FUZZ_CHECK(terminated(util->rsp.new_local, sizeof util->rsp.new_local));

@@ -298,11 +298,19 @@ HTTP_UTIL_API int http_parse_resp_status(http_rsp *rsp, const char *line);
  * LF or LF alone. A header line of 512 characters or more is passed over
  * when its field is not one that http_parse_rsp_head reads (a long
  * Set-Cookie or Content-Security-Policy means nothing here); one that is
- * gives HTTP_UTIL_ERR_RSP_FORMAT. */
+ * gives HTTP_UTIL_ERR_RSP_FORMAT. A 416 whose Content-Range has a star for
+ * the range and N for the complete length (what a server answers when
+ * nothing is left to send) gives HTTP_UTIL_ALREADY_DONE when N equals a
+ * ref->start above 0 (the file, asked for from its end, is already whole)
+ * and HTTP_UTIL_NEED_RETRY when N is smaller (what is held is no prefix of
+ * the server's file); any other 416 gives HTTP_UTIL_ERR_RANGE. */
 HTTP_UTIL_API int http_parse_http_response_head(http_util *util, http_progress_ref *ref,
                                                 const char *head);
 /* One header field into rsp: 0, or HTTP_UTIL_ERR_RSP_FORMAT for a
- * Content-Range it cannot read. Unknown names are ignored. */
+ * Content-Range it cannot read or a Content-Length that is not a plain
+ * decimal from 0 to 2^31 - 1 (blanks around it allowed): a length read
+ * leniently ("zzz" as 0) would make a cut file look whole. Unknown names
+ * are ignored. */
 HTTP_UTIL_API int http_parse_rsp_head(http_rsp *rsp, http_progress_ref *ref, const char *name,
                                       const char *value);
 /* 0 when text matches pattern: ASCII case ignored, "-" in the pattern
@@ -378,12 +386,18 @@ HTTP_UTIL_API char *http_util_generate_tmpname(const char *name);
 /* Downloads url (an http:// URL; only its first 255 characters are used)
  * into local_file, or, when local_file is NULL, into the URL's file name in
  * the current directory. A partial local file is resumed with a Range
- * request and dropped when the server's copy changed; up to five
- * redirections are followed; failed connections and transfers are retried
- * ntry times (the calls without ntry use g_http_opt.ntry as it stands at the
- * call) with g_http_opt.wait seconds between attempts; a connection cut
- * anywhere in a chunked body, a size line included, is resumed like one
- * cut in a body of known length. The saved file gets
+ * request and dropped when the server's copy changed. A local file that is
+ * already whole (the server answers 416 with a Content-Range of a star and
+ * the file's size) is success and left as it is, as a second run of the
+ * same download should be; when that answer's Last-Modified differs from
+ * the file's time (g_http_opt.timestamp_check on), the file is another
+ * version of the same size. That one, and one longer than the server's
+ * file, are deleted and the file fetched whole, without counting a retry.
+ * Up to five redirections are followed. Failed connections and transfers
+ * are retried ntry times (the calls without ntry use g_http_opt.ntry as it
+ * stands at the call) with g_http_opt.wait seconds between attempts; a
+ * connection cut anywhere in a chunked body, a size line included, is
+ * resumed like one cut in a body of known length. The saved file gets
  * the server's Last-Modified time. Result: HTTP_UTIL_OK when the file was
  * saved, else a result code; a failed download leaves what it stored.
  * A local file of 2 GiB or more cannot be resumed (positions are 32-bit):

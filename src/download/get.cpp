@@ -44,6 +44,20 @@ int http_get_request(http_util *util, const http_url_param *url, int32_t start) 
     return 0;
 }
 
+namespace {
+
+// The answer's Last-Modified says that the local file, whose time the
+// last attempt set to the server's, belongs to another version.
+bool server_copy_changed(const http_rsp &rsp, const http_progress_ref &ref) {
+    return rsp.mtime != -1 && g_http_opt.timestamp_check != 0 && rsp.mtime != ref.local_mtime;
+}
+
+// A local file that cannot be removed would make every restart find it
+// again, so that is a failure to save.
+bool local_file_removed(const char *path) { return unlink(path) == 0 || errno == ENOENT; }
+
+}  // namespace
+
 int http_get(http_url_param *url, http_util *util, http_progress_ref *ref) {
     struct stat st;
     if (stat(ref->local_file, &st) == 0 && S_ISREG(st.st_mode)) {
@@ -95,7 +109,15 @@ int http_get(http_url_param *url, http_util *util, http_progress_ref *ref) {
     if (rc != HTTP_UTIL_OK) {
         HTTP_LOG("parse head result: %s.", http_util_strerr(rc));
         http_util_close_socket(util);
-        return rc;
+        // A 416 to a Range from the end of the server's file: the local file
+        // is whole and stays as it is, unless it is another version of the
+        // same size. One longer than the server's file is no prefix of it.
+        if (rc == HTTP_UTIL_ALREADY_DONE && !server_copy_changed(util->rsp, *ref))
+            return HTTP_UTIL_OK;
+        if (rc != HTTP_UTIL_ALREADY_DONE && rc != HTTP_UTIL_NEED_RETRY) return rc;
+        if (!local_file_removed(ref->local_file)) return HTTP_UTIL_ERR_SAVE_FILE;
+        HTTP_LOG("unlink %s.", ref->local_file);
+        return HTTP_UTIL_NEED_RETRY;
     }
     head.reset();
 
@@ -117,16 +139,11 @@ int http_get(http_url_param *url, http_util *util, http_progress_ref *ref) {
     }
 
     // The server's copy changed under the partial file: its bytes cannot be
-    // joined to the new version. A file that cannot be removed would make
-    // every restart find it again, so that is a failure to save.
-    if (rsp->mtime != -1 && g_http_opt.timestamp_check != 0 && ref->start > 0 &&
-        rsp->mtime != ref->local_mtime) {
-        if (unlink(ref->local_file) != 0 && errno != ENOENT) {
-            http_util_close_socket(util);
-            return HTTP_UTIL_ERR_SAVE_FILE;
-        }
-        HTTP_LOG("unlink %s.", ref->local_file);
+    // joined to the new version.
+    if (ref->start > 0 && server_copy_changed(*rsp, *ref)) {
         http_util_close_socket(util);
+        if (!local_file_removed(ref->local_file)) return HTTP_UTIL_ERR_SAVE_FILE;
+        HTTP_LOG("unlink %s.", ref->local_file);
         return HTTP_UTIL_NEED_RETRY;
     }
 

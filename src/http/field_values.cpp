@@ -33,13 +33,21 @@ int32_t read_digits(const char *&p) {
     return static_cast<int32_t>(v);
 }
 
-// Content-Length as the 32-bit device reads it: out-of-range values clamp
-// to the 32-bit limits on every word size.
-int32_t content_length(const char *value) {
-    long v = strtol(value, nullptr, 10);
-    if (v > INT32_MAX) return INT32_MAX;
-    if (v < INT32_MIN) return INT32_MIN;
-    return static_cast<int32_t>(v);
+bool is_blank(char c) { return c == ' ' || c == '\t'; }
+
+// Content-Length as a plain decimal from 0 to 2^31 - 1, blanks around it
+// allowed; -1 for anything else. A length read leniently ("zzz" as 0) would
+// store a wrong file as a whole one.
+int32_t content_length(const char *p) {
+    while (is_blank(*p)) ++p;
+    if (!is_digit(*p)) return -1;
+    int64_t v = 0;
+    while (is_digit(*p)) {
+        v = v * 10 + (*p++ - '0');
+        if (v > INT32_MAX) return -1;
+    }
+    while (is_blank(*p)) ++p;
+    return *p == '\0' ? static_cast<int32_t>(v) : -1;
 }
 
 // In the order of Field.
@@ -49,6 +57,17 @@ constexpr const char *kFieldNames[] = {"Content-Length", "Transfer-Encoding", "C
 static_assert(sizeof kFieldNames / sizeof kFieldNames[0] ==
                   static_cast<size_t>(http_util_internal::Field::None),
               "a name for every field");
+
+// After the unit "bytes", its colon and blanks; null when nothing follows.
+const char *after_unit(const char *p) {
+    if (strncasecmp(p, "bytes", 5) == 0) {
+        p += 5;
+        if (*p == ':') ++p;
+        while (is_space(*p)) ++p;
+        if (*p == '\0') return nullptr;
+    }
+    return p;
+}
 
 // For each star of a pattern, the earliest text position from which its run
 // has been tried in full without a match. Whether the rest of the pattern
@@ -121,6 +140,11 @@ bool http_field_used(const char *name, size_t len) {
     return http_field_of(copy) != Field::None;
 }
 
+bool http_range_unsatisfied(const char *value) {
+    const char *p = after_unit(value);
+    return p != nullptr && *p == '*';
+}
+
 }  // namespace http_util_internal
 
 extern "C" {
@@ -132,13 +156,8 @@ HTTP_UTIL_API int http_tag_cmp(const char *text, const char *pattern) {
 
 HTTP_UTIL_API int parse_content_range(const char *value, int32_t *first, int32_t *last,
                                       int32_t *length) {
-    const char *p = value;
-    if (strncasecmp(p, "bytes", 5) == 0) {
-        p += 5;
-        if (*p == ':') ++p;
-        while (is_space(*p)) ++p;
-        if (*p == '\0') return 0;
-    }
+    const char *p = after_unit(value);
+    if (p == nullptr) return 0;
     if (*p == '*') {
         // Unsatisfiable range: only the complete length is given.
         ++p;
@@ -164,9 +183,15 @@ HTTP_UTIL_API int http_parse_rsp_head(http_rsp *rsp, http_progress_ref * /*ref*/
     using http_util_internal::Field;
     HTTP_LOG("%s: %s", name, value);
     switch (http_util_internal::http_field_of(name)) {
-    case Field::ContentLength:
-        rsp->content_len = content_length(value);
+    case Field::ContentLength: {
+        int32_t len = content_length(value);
+        if (len < 0) {
+            HTTP_LOG("wrong content-length: %s", value);
+            return HTTP_UTIL_ERR_RSP_FORMAT;
+        }
+        rsp->content_len = len;
         break;
+    }
     case Field::TransferEncoding:
         if (http_tag_cmp(value, "chunked") == 0) rsp->chunked = 1;
         break;

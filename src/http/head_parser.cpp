@@ -71,18 +71,28 @@ int http_util_internal::http_status_code(const char *line) {
 
 // Checked in this order: a range that starts elsewhere than asked is
 // refused whatever the status.
-int http_util_internal::http_process_response_head(http_util *util, http_progress_ref *ref) {
+int http_util_internal::http_process_response_head(http_util *util, http_progress_ref *ref,
+                                                   bool unsatisfied) {
     const http_rsp &rsp = util->rsp;
     int32_t status = rsp.status;
     HTTP_LOG("statcode:%d.", status);
     if (status == 403) return HTTP_UTIL_ERR_FORBIDDEN;
     if (status == 404) return HTTP_UTIL_ERR_NOT_FOUND;
     if (status == 401) return HTTP_UTIL_ERR_UNAUTHORIZED;
+    int32_t start = ref != nullptr ? ref->start : 0;
     if (status == 416) {
+        // Asked from the end of the server's file, or from beyond it.
+        if (unsatisfied && start > 0 && rsp.file_len == start) {
+            HTTP_LOG("file already complete, %d bytes.", start);
+            return HTTP_UTIL_ALREADY_DONE;
+        }
+        if (unsatisfied && start > 0 && rsp.file_len >= 0 && rsp.file_len < start) {
+            HTTP_LOG("local file longer than the server's %d bytes.", rsp.file_len);
+            return HTTP_UTIL_NEED_RETRY;
+        }
         HTTP_LOG("Range wrong.");
         return HTTP_UTIL_ERR_RANGE;
     }
-    int32_t start = ref != nullptr ? ref->start : 0;
     if (rsp.range_start != 0 && rsp.range_start != start) return HTTP_UTIL_ERR_PROTOCOL;
     if (status == 206 && rsp.range_start == 0) return HTTP_UTIL_ERR_UNEXPECTED_RSP;
     if (is_redirect(status)) {
@@ -141,6 +151,7 @@ HTTP_UTIL_API int http_parse_http_response_head(http_util *util, http_progress_r
         HTTP_LOG("http_parse_resp_status error");
         return HTTP_UTIL_ERR_RSP_FORMAT;
     }
+    bool unsatisfied = false;
     for (;;) {
         const char *next = http_getline(p, line, sizeof line);
         if (next == nullptr) {
@@ -163,10 +174,13 @@ HTTP_UTIL_API int http_parse_http_response_head(http_util *util, http_progress_r
         if (colon == nullptr) continue;
         // The name is kept as sent: a blank before the colon makes it unknown.
         *colon = '\0';
-        int rc = http_parse_rsp_head(rsp, ref, line, trim_value(colon + 1));
+        const char *value = trim_value(colon + 1);
+        int rc = http_parse_rsp_head(rsp, ref, line, value);
         if (rc != 0) return rc;
+        if (http_util_internal::http_field_of(line) == http_util_internal::Field::ContentRange)
+            unsatisfied = http_util_internal::http_range_unsatisfied(value);
     }
-    return http_util_internal::http_process_response_head(util, ref);
+    return http_util_internal::http_process_response_head(util, ref, unsatisfied);
 }
 
 }  // extern "C"

@@ -45,9 +45,12 @@ Field http_field_of(const char *name);
 // Whether a header line whose name (up to its colon, if any) starts at name
 // and runs len characters carries a field the parser reads.
 bool http_field_used(const char *name, size_t len);
+// Whether a Content-Range value gives only the complete length (bytes */N).
+bool http_range_unsatisfied(const char *value);
 
 // The result code of a parsed head: go on, redirect, or a named failure.
-int http_process_response_head(http_util *util, http_progress_ref *ref);
+// unsatisfied: its Content-Range gives only the complete length.
+int http_process_response_head(http_util *util, http_progress_ref *ref, bool unsatisfied);
 
 // Writes a block to out past the first *skip bytes, counting *skip down;
 // flushes and tests the stream's error indicator. 1 = dealt with, 0 = failed.

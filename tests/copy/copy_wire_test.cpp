@@ -48,11 +48,15 @@ TEST_F(CopyWire, FailedDownloadLeavesTheDestinationAndNoTemporaryFile) {
         std::string reply;
         int expected;
     };
-    const Row rows[] = {
+    std::vector<Row> rows = {
         {"not found", "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n",
          HTTP_UTIL_ERR_NOT_FOUND},
         {"cut connection", ok_head(3000) + pattern(1500), HTTP_UTIL_ERR_RECV_DATA},
     };
+    // Regression: such a length read as 0 and replaced the destination with nothing.
+    for (const char *length : {"zzz", "-1", "12abc", "99999999999"})
+        rows.push_back({length, std::string("HTTP/1.1 200 OK\r\nContent-Length: ") + length + "\r\n\r\n" +
+                                    pattern(100), HTTP_UTIL_ERR_RSP_FORMAT});
     for (const Row &r : rows) {
         SCOPED_TRACE(r.name);
         dltest::write_file(dst, "old contents");

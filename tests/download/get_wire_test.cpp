@@ -300,4 +300,51 @@ TEST_F(GetWire, KeptAliveConnectionIsClosedWithTheHandle) {
     EXPECT_EQ(dltest::read_file(file), "hello");
 }
 
+// A 416 to a Range that starts at the end of the server's file: the local
+// file is already whole. A longer one, or another version of the same size,
+// is dropped and fetched whole without counting a retry.
+TEST_F(GetWire, UnsatisfiableRangeAtTheEndOfTheFile) {
+    const std::string same_time = dltest::last_modified();
+    const std::string other_time = "Last-Modified: Mon, 07 Nov 1994 08:49:37 GMT\r\n";
+    struct Row {
+        const char *name;
+        size_t local;
+        std::string fields;
+        bool time_check;
+        int result;
+        bool fetched_whole;
+    };
+    const Row rows[] = {
+        {"whole", 1000, "Content-Range: bytes */1000\r\n", true, HTTP_UTIL_OK, false},
+        {"whole, same time", 1000, "Content-Range: bytes */1000\r\n" + same_time, true, HTTP_UTIL_OK, false},
+        {"same size, another time", 1000, "Content-Range: bytes */1000\r\n" + other_time, true, HTTP_UTIL_OK, true},
+        {"another time unchecked", 1000, "Content-Range: bytes */1000\r\n" + other_time, false, HTTP_UTIL_OK, false},
+        {"longer than the server's", 1500, "Content-Range: bytes */1000\r\n", true, HTTP_UTIL_OK, true},
+        {"shorter than the server's", 500, "Content-Range: bytes */1000\r\n", true, HTTP_UTIL_ERR_RANGE, false},
+        {"no Content-Range", 1000, "", true, HTTP_UTIL_ERR_RANGE, false},
+    };
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.name);
+        g_http_opt.timestamp_check = r.time_check;
+        dltest::write_file(file, pattern(r.local, 500));
+        struct utimbuf t = {kServerTime, kServerTime};
+        ASSERT_EQ(utime(file.c_str(), &t), 0);
+        scripted::Server srv;
+        srv.read_request()
+            .send("HTTP/1.1 416 Range Not Satisfiable\r\n" + r.fields + "Content-Length: 5\r\n\r\nnope.")
+            .close()
+            .read_request()
+            .send(ok_head(1000, same_time) + pattern(1000));
+        srv.start();
+        EXPECT_EQ(http_download_file_ntry(srv.url("/b.bin").c_str(), file.c_str(), 0), r.result);
+        EXPECT_EQ(srv.request(0),
+                  get_request("/b.bin", dltest::host_of(srv), "bytes=" + std::to_string(r.local) + "-"));
+        EXPECT_EQ(srv.connections(), r.fetched_whole ? 2u : 1u);
+        EXPECT_EQ(srv.request(1), r.fetched_whole ? get_request("/b.bin", dltest::host_of(srv)) : "");
+        EXPECT_EQ(dltest::read_file(file), r.fetched_whole ? pattern(1000) : pattern(r.local, 500));
+        EXPECT_EQ(dltest::mtime_of(file), kServerTime);
+        EXPECT_TRUE(interpose::pauses.empty());
+    }
+}
+
 }  // namespace

@@ -121,8 +121,17 @@ TEST(ParseRspHead, FillsTheRecordAsTheTableSays) {
         std::function<void(http_rsp &)> expect;  // applied to a reset record
     } cases[] = {
         {{{"content-length", "1234"}}, 0, [](http_rsp &r) { r.content_len = 1234; }},
-        {{{"Content-Length", "abc"}}, 0, [](http_rsp &r) { r.content_len = 0; }},
-        {{{"Content-Length", "99999999999"}}, 0, [](http_rsp &r) { r.content_len = INT32_MAX; }},
+        {{{"Content-Length", " \t2147483647 "}}, 0, [](http_rsp &r) { r.content_len = INT32_MAX; }},
+        {{{"Content-Length", "007"}}, 0, [](http_rsp &r) { r.content_len = 7; }},
+        // Anything but a plain decimal from 0 to 2^31 - 1 is a malformed head.
+        {{{"Content-Length", "abc"}}, HTTP_UTIL_ERR_RSP_FORMAT, [](http_rsp &) {}},
+        {{{"Content-Length", "2147483648"}}, HTTP_UTIL_ERR_RSP_FORMAT, [](http_rsp &) {}},
+        {{{"Content-Length", "99999999999"}}, HTTP_UTIL_ERR_RSP_FORMAT, [](http_rsp &) {}},
+        {{{"Content-Length", "-1"}}, HTTP_UTIL_ERR_RSP_FORMAT, [](http_rsp &) {}},
+        {{{"Content-Length", "+5"}}, HTTP_UTIL_ERR_RSP_FORMAT, [](http_rsp &) {}},
+        {{{"Content-Length", "12abc"}}, HTTP_UTIL_ERR_RSP_FORMAT, [](http_rsp &) {}},
+        {{{"Content-Length", "1 2"}}, HTTP_UTIL_ERR_RSP_FORMAT, [](http_rsp &) {}},
+        {{{"Content-Length", ""}}, HTTP_UTIL_ERR_RSP_FORMAT, [](http_rsp &) {}},
         {{{"Content-Length", "1"}, {"Content-Length", "2"}}, 0, [](http_rsp &r) { r.content_len = 2; }},
         {{{"Transfer-Encoding", "Chunked"}}, 0, [](http_rsp &r) { r.chunked = 1; }},
         {{{"Transfer-Encoding", "gzip, chunked"}}, 0, [](http_rsp &) {}},

@@ -106,6 +106,7 @@ TEST_F(ResponseHead, RejectsMalformedHeads) {
         {kOk + "no colon " + std::string(600, 'v') + "\r\n\r\n", 0, "long header line skipped: no colon " + std::string(31, 'v')},
         {kOk + "Location: " + std::string(502, 'v') + "\r\n\r\n", 25, kCrlfCrlf},
         {kOk + "content-length: " + std::string(502, '1') + "\r\n\r\n", 25, kCrlfCrlf},
+        {kOk + "Content-Length: zzz\r\n\r\n", 25, "HTTP header: Content-Length: zzz"},
         {"HTTP/1.1 200 " + std::string(499, 'K') + "\r\n\r\n", 25, kCrlf},
         {kOk + "Content-Range: bytes 1/2\r\n\r\n", 25, "HTTP header: Content-Range: bytes 1/2"},
     };
@@ -169,6 +170,14 @@ TEST_F(ResponseHead, ClassifiesTheStatusInOrder) {
         {404, "bytes 5-9/10", 0, HTTP_UTIL_ERR_NOT_FOUND, nullptr},
         {416, "bytes */1000", 0, HTTP_UTIL_ERR_RANGE, "Range wrong."},
         {416, "bytes 5-9/10", 0, HTTP_UTIL_ERR_RANGE, "Range wrong."},
+        {416, nullptr, 1000, HTTP_UTIL_ERR_RANGE, "Range wrong."},
+        // The file asked from its end is whole; one longer than the server's is not its prefix.
+        {416, "bytes */1000", 1000, HTTP_UTIL_ALREADY_DONE, "file already complete, 1000 bytes."},
+        {416, "bytes */999", 1000, HTTP_UTIL_NEED_RETRY, "local file longer than the server's 999 bytes."},
+        {416, "bytes */1001", 1000, HTTP_UTIL_ERR_RANGE, "Range wrong."},
+        {416, "bytes 0-0/1000", 1000, HTTP_UTIL_ERR_RANGE, "Range wrong."},
+        {416, "bytes */*", 1000, HTTP_UTIL_ERR_RANGE, "Range wrong."},
+        {416, "bytes */1000", -1, HTTP_UTIL_ERR_RANGE, "Range wrong."},  // a POST's reply
     };
     for (const auto &c : cases) {
         std::string head = "HTTP/1.1 " + std::to_string(c.status) + " Reason\r\n";
