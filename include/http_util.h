@@ -393,7 +393,14 @@ HTTP_UTIL_API char *http_util_generate_tmpname(const char *name);
  * the file's time (g_http_opt.timestamp_check on), the file is another
  * version of the same size. That one, and one longer than the server's
  * file, are deleted and the file fetched whole, without counting a retry.
- * Up to five redirections are followed. Failed connections and transfers
+ * Up to five redirections are followed. A Location that is not an absolute
+ * URL (servers may send one) is taken relative to the URL asked for: a
+ * path from "/" replaces the path, another path is joined to the asked
+ * path's directory, "." and ".." segments are worked out, "?q" keeps the
+ * path and "//host/x" keeps only the scheme; with local_file NULL the
+ * resolved URL names the file. A resolved URL longer than 255 characters
+ * gives HTTP_UTIL_ERR_URL_FORMAT without connecting; a Location of another
+ * scheme gives HTTP_UTIL_ERR_NOT_HTTP. Failed connections and transfers
  * are retried ntry times (the calls without ntry use g_http_opt.ntry as it
  * stands at the call) with g_http_opt.wait seconds between attempts; a
  * connection cut anywhere in a chunked body, a size line included, is

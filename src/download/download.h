@@ -6,12 +6,9 @@
 #include <stdint.h>
 
 #include "http_util.h"
+#include "net/url.h"
 
 namespace http_util_internal {
-
-// The driver's URL buffer: a URL, or a redirection target, of at most 255
-// characters and its NUL.
-constexpr size_t kUrlBufSize = 256;
 
 // Everything behind the download calls and the copy's download direction:
 // one URL, its redirections, retries and pauses; a POST of param->post_file

@@ -121,7 +121,12 @@ int http_get_loop(http_progress *progress, char (&url_buf)[kUrlBufSize], http_ur
                 break;
             case RetryAction::Redirect:
                 HTTP_LOG("http newlocation, will copy newurl(newlocal %s)", util->rsp.new_local);
-                copy_bounded(url_buf, util->rsp.new_local);
+                // A relative target is taken from the URL asked for; what
+                // does not fit the URL buffer is not followed.
+                if (!http_resolve_location(url_buf, util->rsp.new_local)) {
+                    HTTP_LOG("new location too long for the url buffer");
+                    result = HTTP_UTIL_ERR_URL_FORMAT;
+                }
                 done = true;
                 break;
             case RetryAction::Fatal:

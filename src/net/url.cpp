@@ -15,19 +15,13 @@
 
 namespace {
 
+using http_util_internal::from;
+using http_util_internal::head;
 using std::string_view;
 
 constexpr string_view kScheme = "http://";
 constexpr int kDefaultPort = 80;
 constexpr size_t kHostMax = sizeof(http_url_param::host) - 1;
-
-// The first n characters (all when there are fewer); never throws.
-string_view head(string_view s, size_t n) { return string_view(s.data(), n < s.size() ? n : s.size()); }
-
-// s from position n on (empty past the end); never throws.
-string_view from(string_view s, size_t n) {
-    return n < s.size() ? string_view(s.data() + n, s.size() - n) : string_view(s.data() + s.size(), 0);
-}
 
 bool ipv6_char(char c) { return isxdigit(static_cast<unsigned char>(c)) || c == ':' || c == '.'; }
 

@@ -129,11 +129,14 @@ TEST_F(DriverWire, CancelStopsWithoutRetryAndKeepsThePartialFile) {
 
 TEST_F(DriverWire, FiveRedirectionsAreFollowedAndTheSixthIsRefused) {
     scripted::Server srv;
-    for (int k = 1; k <= 6; ++k)
+    // Absolute and relative Locations in turn, counted alike.
+    for (int k = 1; k <= 6; ++k) {
+        const std::string path = "/r" + std::to_string(k);
         srv.read_request()
-            .send("HTTP/1.1 302 Found\r\nLocation: " + srv.url("/r" + std::to_string(k)) +
+            .send("HTTP/1.1 302 Found\r\nLocation: " + (k % 2 ? srv.url(path) : path) +
                   "\r\nContent-Length: 0\r\n\r\n")
             .close();
+    }
     srv.start();
     EXPECT_EQ(http_download_file_ntry(srv.url("/r0").c_str(), file.c_str(), 0),
               HTTP_UTIL_ERR_REDIRECT);
@@ -151,15 +154,74 @@ TEST_F(DriverWire, FiveRedirectionsAreFollowedAndTheSixthIsRefused) {
     EXPECT_TRUE(fake::logged("download file result: Server response: Redirect"));
 }
 
-TEST_F(DriverWire, RelativeRedirectionCannotBeFollowed) {
-    scripted::Server srv;
-    srv.read_request().send("HTTP/1.1 301 Moved\r\nLocation: /b.bin\r\nContent-Length: 0\r\n\r\n");
-    srv.start();
-    EXPECT_EQ(http_download_file_ntry(srv.url("/a.bin").c_str(), file.c_str(), 0),
-              HTTP_UTIL_ERR_NOT_HTTP);
-    auto texts = fake::log_texts("http_download_param");
-    ASSERT_FALSE(texts.empty());
-    EXPECT_EQ(texts.back(), "http_create_url 6 fail") << "and nothing after it";
+// A relative Location is resolved against the URL that was asked for; with
+// no local file given, the resolved URL names the file.
+TEST_F(DriverWire, RelativeLocationsAreResolvedAndFollowed) {
+    struct Row {
+        const char *location, *target, *saved_as;  // "HOST" stands for the server's host:port
+    };
+    const Row rows[] = {
+        {"/abs/b.bin", "/abs/b.bin", "b.bin"},
+        {"b.bin", "/d1/d2/b.bin", "b.bin"},
+        {"../up.bin", "/d1/up.bin", "up.bin"},
+        {"./c/./e/../f.bin", "/d1/d2/c/f.bin", "f.bin"},
+        {"../../../../top.bin", "/top.bin", "top.bin"},
+        {"/abs/./b/../c.bin", "/abs/c.bin", "c.bin"},
+        {"?q=2", "/d1/d2/a.bin?q=2", "a.bin"},
+        {"b.bin?y=1", "/d1/d2/b.bin?y=1", "b.bin"},
+        {"//HOST/x/n.bin", "/x/n.bin", "n.bin"},
+    };
+    char cwd[4096];
+    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.location);
+        fake::device().logs.clear();
+        scripted::Server srv;
+        std::string location = r.location;
+        if (location.rfind("//HOST", 0) == 0) location.replace(2, 4, dltest::host_of(srv));
+        srv.read_request()
+            .send("HTTP/1.1 302 Found\r\nLocation: " + location + "\r\nContent-Length: 0\r\n\r\n")
+            .close()
+            .read_request()
+            .send(ok_head(1) + "B");
+        srv.start();
+        ASSERT_EQ(chdir(dir.path().c_str()), 0);
+        int rc = http_download_file_ntry(srv.url("/d1/d2/a.bin?x=1").c_str(), nullptr, 0);
+        ASSERT_EQ(chdir(cwd), 0);
+        EXPECT_EQ(rc, HTTP_UTIL_OK);
+        ASSERT_TRUE(srv.wait());
+        EXPECT_EQ(srv.request(1), dltest::get_request(r.target, dltest::host_of(srv)));
+        EXPECT_EQ(starting_with(fake::log_texts("http_download_param"), "return newlocation"),
+                  std::vector<std::string>{"return newlocation, will http get new-url again(num 1, newurl " +
+                                           srv.url(r.target) + ")"});
+        EXPECT_EQ(dir.entries(), std::vector<std::string>{r.saved_as});
+        unlink(dir.file(r.saved_as).c_str());
+    }
+}
+
+// Another scheme is still refused; a resolved URL longer than the driver's
+// 255 characters is refused before any connection.
+TEST_F(DriverWire, LocationsThatCannotBeFollowed) {
+    const struct {
+        std::string location;
+        int result;
+    } rows[] = {
+        {"https://127.0.0.1/b.bin", HTTP_UTIL_ERR_NOT_HTTP},
+        {std::string(240, 'x'), HTTP_UTIL_ERR_URL_FORMAT},
+        {"/" + std::string(240, 'x'), HTTP_UTIL_ERR_URL_FORMAT},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.location);
+        scripted::Server srv;
+        srv.read_request()
+            .send("HTTP/1.1 301 Moved\r\nLocation: " + r.location + "\r\nContent-Length: 0\r\n\r\n")
+            .close()
+            .read_request();
+        srv.start();
+        EXPECT_EQ(http_download_file_ntry(srv.url("/a.bin").c_str(), file.c_str(), 0), r.result);
+        EXPECT_EQ(srv.connections(), 1u);
+        EXPECT_FALSE(dltest::exists(file));
+    }
 }
 
 TEST_F(DriverWire, RedirectedUrlNamesTheFileWhenNoLocalFileIsGiven) {
