@@ -31,6 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         if (err == HTTP_UTIL_ERR_NOT_HTTP) FUZZ_CHECK(strncasecmp(url.c_str(), "http://", 7) != 0);
         return 0;
     }
+    // Control bytes never get into a record, and so never onto the wire.
+    for (const char *p = url.c_str(); *p != '\0'; ++p)
+        FUZZ_CHECK(static_cast<unsigned char>(*p) >= 0x20 && *p != 0x7f);
     FUZZ_CHECK(err == -12345);  // not written on success
     FUZZ_CHECK(up->url == url.c_str());
     FUZZ_CHECK(strncasecmp(url.c_str(), "http://", 7) == 0);

@@ -226,6 +226,12 @@ typedef struct http_url_param {
  * HTTP_UTIL_ERR_PARAM, _NOT_HTTP, _NOMEM, _URL_FORMAT or _RESOLVE; *err is
  * not written on success. A host (or bracketed IPv6 address) of 256
  * characters or more is refused with HTTP_UTIL_ERR_URL_FORMAT, never cut.
+ * A URL holding a byte below 0x20 or 0x7F is refused with
+ * HTTP_UTIL_ERR_URL_FORMAT (and logged) before anything is resolved: such
+ * a byte would go into the request line, where a CR ends the line for some
+ * servers and proxies and lets a URL smuggle in a header or a request.
+ * A space stays in path and filename as given; the request lines send it
+ * as %20, so that a file named with a space can be fetched.
  * The record keeps the url pointer: the text must outlive it. */
 HTTP_UTIL_API http_url_param *http_create_url_param(const char *url, int *err,
                                                     const http_util_param *param,

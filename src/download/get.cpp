@@ -13,6 +13,7 @@
 #include "frame/log.h"
 #include "frame/raii.h"
 #include "http_util.h"
+#include "net/request_writer.h"
 
 namespace http_util_internal {
 
@@ -23,8 +24,7 @@ int format_host_value(char *buf, size_t size, const http_url_param *url) {
 }
 
 int http_get_request(http_util *util, const http_url_param *url, int32_t start) {
-    const char *target = url->path[0] == '/' ? url->path + 1 : url->path;
-    (void)snprintf(util->work_buf, sizeof util->work_buf, "%s /%s HTTP/1.1", "GET", target);
+    http_request_line(util->work_buf, sizeof util->work_buf, "GET", url->path);
     if (http_post_header(util, util->work_buf, nullptr) != 0) {
         HTTP_LOG("errno:%s", strerror(errno));
         return -1;

@@ -2,6 +2,7 @@
 // head normally goes out in a single write.
 #include "net/request_writer.h"
 
+#include <stdio.h>
 #include <string.h>
 
 #include "http_util.h"
@@ -60,6 +61,21 @@ int http_write_header_text(http_util *util, const char *text) {
         if (lf == nullptr) return 0;
         text = lf + 1;
     }
+}
+
+void http_request_line(char *buf, size_t size, const char *method, const char *path) {
+    const char *target = path[0] == '/' ? path + 1 : path;
+    int n = snprintf(buf, size, "%s /", method);
+    size_t len = n < 0 ? 0 : static_cast<size_t>(n) < size ? static_cast<size_t>(n) : size - 1;
+    for (const char *p = target; *p != '\0' && len + 4 < size; ++p) {
+        if (*p == ' ') {
+            memcpy(buf + len, "%20", 3);
+            len += 3;
+        } else {
+            buf[len++] = *p;
+        }
+    }
+    (void)snprintf(buf + len, size - len, " HTTP/1.1");
 }
 
 }  // namespace http_util_internal

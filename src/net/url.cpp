@@ -36,6 +36,15 @@ http_url_param *refuse(int *err, int code) {
 namespace http_util_internal {
 
 int http_parse_url(const char *url, http_url_param *up) {
+    // A control byte would reach the request line: a CR there ends the line
+    // for some servers and proxies, which opens request splitting.
+    for (size_t i = 0; url[i] != '\0'; ++i) {
+        auto c = static_cast<unsigned char>(url[i]);
+        if (c < 0x20 || c == 0x7f) {
+            HTTP_LOG("control character 0x%02x at %d in the url", c, static_cast<int>(i));
+            return -1;
+        }
+    }
     string_view rest = from(url, kScheme.size());
     size_t start = rest.find_first_not_of('/');
     rest = from(rest, start == string_view::npos ? rest.size() : start);

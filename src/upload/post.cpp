@@ -17,6 +17,7 @@
 #include "frame/raii.h"
 #include "http_util.h"
 #include "net/io.h"
+#include "net/request_writer.h"
 
 namespace http_util_internal {
 
@@ -100,8 +101,7 @@ int post_file_data(http_url_param *url, int sock, int file_fd, int32_t size) {
 
 int http_post_upload_request_head(http_url_param *url, http_util *util, const Framing &framing,
                                   int file_fd, int32_t size) {
-    const char *path = url->path[0] == '/' ? url->path + 1 : url->path;
-    snprintf(util->work_buf, sizeof util->work_buf, "%s /%s HTTP/1.1", "POST", path);
+    http_request_line(util->work_buf, sizeof util->work_buf, "POST", url->path);
     if (http_post_header(util, util->work_buf, nullptr) != 0) return HTTP_UTIL_ERR_SEND;
     if (url->port == 80)
         snprintf(util->work_buf, sizeof util->work_buf, "%s", url->host);

@@ -300,6 +300,35 @@ TEST_F(GetWire, KeptAliveConnectionIsClosedWithTheHandle) {
     EXPECT_EQ(dltest::read_file(file), "hello");
 }
 
+// Refused before any look-up or connection, by every call that takes a URL.
+TEST_F(GetWire, ControlBytesAreRefusedWithoutConnecting) {
+    scripted::Server srv;
+    srv.start();
+    const std::string sent = dir.write("up.bin", "x");
+    for (const std::string bad : {"/a\rX-Injected: 1", "/a\nb", "/a\tb", "/a\x01" "b", "/a\x7f", "/a?q=\r\n"}) {
+        SCOPED_TRACE(testing::PrintToString(bad));
+        EXPECT_EQ(http_download_file_ntry(srv.url(bad).c_str(), file.c_str(), 0), HTTP_UTIL_ERR_URL_FORMAT);
+        EXPECT_EQ(http_upload_file(srv.url(bad).c_str(), sent.c_str()), HTTP_UTIL_ERR_URL_FORMAT);
+    }
+    EXPECT_EQ(srv.connections(), 0u);
+    EXPECT_FALSE(dltest::exists(file));
+}
+
+TEST_F(GetWire, SpacesGoOutAsPercent20AndTheSavedNameKeepsThem) {
+    scripted::Server srv;
+    srv.read_request().send(ok_head(2) + "ok");
+    srv.start();
+    char cwd[4096];
+    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
+    ASSERT_EQ(chdir(dir.path().c_str()), 0);
+    int rc = http_download_file_ntry(srv.url("/a dir/b c.bin?q=x y").c_str(), nullptr, 0);
+    ASSERT_EQ(chdir(cwd), 0);
+    EXPECT_EQ(rc, HTTP_UTIL_OK);
+    ASSERT_TRUE(srv.wait());
+    EXPECT_EQ(srv.request(), get_request("/a%20dir/b%20c.bin?q=x%20y", dltest::host_of(srv)));
+    EXPECT_EQ(dltest::read_file(dir.file("b c.bin")), "ok");
+}
+
 // A 416 to a Range that starts at the end of the server's file: the local
 // file is already whole. A longer one, or another version of the same size,
 // is dropped and fetched whole without counting a retry.

@@ -31,12 +31,12 @@ TEST_F(PostWire, PostFileIsSentInsteadOfAGetAndTheReplySaved) {
     http_util_param p{};
     p.max_redirect = 5;
     snprintf(p.post_file, sizeof p.post_file, "%s", body.c_str());
-    EXPECT_EQ(http_util_internal::http_download_param(nullptr, srv.url("/p").c_str(), file.c_str(),
+    EXPECT_EQ(http_util_internal::http_download_param(nullptr, srv.url("/p q").c_str(), file.c_str(),
                                                       &p, 0, nullptr),
               HTTP_UTIL_OK);
     ASSERT_TRUE(srv.wait());
     const std::string req = srv.request();
-    EXPECT_EQ(req.rfind("POST /p HTTP/1.1\r\n", 0), 0u) << req;
+    EXPECT_EQ(req.rfind("POST /p%20q HTTP/1.1\r\n", 0), 0u) << req;  // a space goes out as %20
     EXPECT_NE(req.find("Content-Type: application/octet-stream\r\n"), std::string::npos) << req;
     EXPECT_EQ(req.substr(req.size() - 7), "payload");
     EXPECT_EQ(dltest::read_file(file), "reply");

@@ -127,6 +127,8 @@ TEST_F(Url, RefusedUrlsGiveTheirCodeAndLogRecords) {
         {"IPv6 port not a number", "http://[::1]:http/", HTTP_UTIL_ERR_URL_FORMAT, parse_fail("scan port failed")},
         {"host of 256 characters", long_name.c_str(), HTTP_UTIL_ERR_URL_FORMAT, parse_fail("host too long, 256 characters")},
         {"IPv6 address of 256 characters", long_v6.c_str(), HTTP_UTIL_ERR_URL_FORMAT, parse_fail("host too long, 256 characters")},
+        {"CR in the path", "http://127.0.0.1/a\rb", HTTP_UTIL_ERR_URL_FORMAT, parse_fail("control character 0x0d at 18 in the url")},
+        {"DEL in the host", "http://127.0.0.\x7f/", HTTP_UTIL_ERR_URL_FORMAT, parse_fail("control character 0x7f at 15 in the url")},
     };
     for (const auto &c : cases) {
         fake::device().logs.clear();
