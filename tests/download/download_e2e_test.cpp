@@ -91,11 +91,13 @@ TEST_F(DownloadE2e, PartialCopyWithAnotherTimeIsFetchedWhole) {
 
 TEST_F(DownloadE2e, RedirectionChainsAreFollowed) {
     std::string data = nginx_.put_random_file("t.bin", 3000, kMtime);
-    // 0: 307, 303, 302, 301 in turn, then the file.
-    for (int code : {301, 302, 303, 307, 0}) {
+    // 0: 307, 303, 302, 301 in turn, then the file; -1: relative Locations
+    // (absolute_redirect off; return 302 /path).
+    for (int code : {301, 302, 303, 307, 0, -1}) {
         SCOPED_TRACE("code " + std::to_string(code));
         unlink(file_.c_str());
-        std::string url = nginx_.url(NginxPeer::redirect_path(code, code ? 3 : 4, "t.bin"));
+        std::string url = nginx_.url(code < 0 ? "/redirect-rel/302/3/t.bin"
+                                              : NginxPeer::redirect_path(code, code ? 3 : 4, "t.bin"));
         EXPECT_EQ(http_download_file_ntry(url.c_str(), file_.c_str(), 0), HTTP_UTIL_OK);
         EXPECT_TRUE(dltest::read_file(file_) == data);
     }
@@ -121,18 +123,46 @@ TEST_F(DownloadE2e, RefusingLocationsGiveTheirCodes) {
     EXPECT_EQ(access_lines(4).size(), 4u) << "none retried";
 }
 
+// Asked from its end, nginx answers 416 with bytes */SIZE: a complete file
+// is left as it is, a longer one replaced by the server's.
+TEST_F(DownloadE2e, AFileAlreadyThereIsKeptWhenWholeAndReplacedWhenLonger) {
+    std::string data = nginx_.put_random_file("big.bin", 100000, kMtime);
+    ASSERT_EQ(http_download_file_ntry(nginx_.url("/big.bin").c_str(), file_.c_str(), 0), HTTP_UTIL_OK);
+    EXPECT_EQ(http_download_file_ntry(nginx_.url("/big.bin").c_str(), file_.c_str(), 0), HTTP_UTIL_OK);
+    EXPECT_TRUE(dltest::read_file(file_) == data) << "the file differs";
+    EXPECT_EQ(dltest::mtime_of(file_), kMtime);
+    ASSERT_TRUE(peer::write_file(file_, data + "more", kMtime));
+    EXPECT_EQ(http_download_file_ntry(nginx_.url("/big.bin").c_str(), file_.c_str(), 0), HTTP_UTIL_OK);
+    EXPECT_TRUE(dltest::read_file(file_) == data) << "the file differs";
+    auto lines = access_lines(4);
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[1].rfind("GET\t/big.bin\t416\tbytes=100000-\t", 0), 0u) << lines[1];
+    EXPECT_EQ(lines[2].rfind("GET\t/big.bin\t416\tbytes=100004-\t", 0), 0u) << lines[2];
+    EXPECT_EQ(lines[3], "GET\t/big.bin\t200\t-\t100000");
+}
+
+TEST_F(DownloadE2e, AFileNamedWithASpaceIsServed) {
+    std::string data = nginx_.put_random_file("a b.bin", 3000, kMtime);
+    char cwd[4096];
+    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
+    ASSERT_EQ(chdir(dir_.path().c_str()), 0);
+    int rc = http_download_file_ntry(nginx_.url("/a b.bin").c_str(), nullptr, 0);
+    ASSERT_EQ(chdir(cwd), 0);
+    EXPECT_EQ(rc, HTTP_UTIL_OK);
+    EXPECT_TRUE(dltest::read_file(dir_.file("a b.bin")) == data) << "the file differs";
+    EXPECT_EQ(access_lines(1), std::vector<std::string>{"GET\t/a%20b.bin\t200\t-\t3000"});
+}
+
 int count_blocks(http_progress *p, uint32_t) {
     ++p->priv[0];
     return 0;
 }
 
 // Every exported call once, each through a location of its own. The chunked
-// file is small enough to leave nginx in one write: the chunk reader needs a
-// size line whole in the socket, and a larger body may be cut between
-// segments just before one.
+// body is large enough for nginx to write it in many pieces, so that size
+// lines arrive cut between segments.
 TEST_F(DownloadE2e, EveryDownloadCallRunsEndToEnd) {
     std::string data = nginx_.put_random_file("f.bin", 300000, kMtime);
-    std::string small = nginx_.put_random_file("s.bin", 3000, kMtime, 2);
     fake::device().ifindex["mgmt0"] = 3;
     fake::device().if_vrf[3] = 0;
     const uint32_t tlv[] = {HTTP_UTIL_TLV_SRC_IP, 4, htonl(INADDR_LOOPBACK), HTTP_UTIL_TLV_END, 0};
@@ -147,7 +177,7 @@ TEST_F(DownloadE2e, EveryDownloadCallRunsEndToEnd) {
     const Row rows[] = {
         {"http_download_file", "/f.bin",
          [](const char *u, const char *f) { return http_download_file(u, f); }, false},
-        {"http_download_file_tlv", "/chunked/s.bin",
+        {"http_download_file_tlv", "/chunked/f.bin",
          [&](const char *u, const char *f) { return http_download_file_tlv(u, f, tlv); }, false},
         {"http_download_file_ntry", "/nolm/f.bin",
          [](const char *u, const char *f) { return http_download_file_ntry(u, f, 1); }, false},
@@ -159,7 +189,7 @@ TEST_F(DownloadE2e, EveryDownloadCallRunsEndToEnd) {
              return http_download_file_progress(&progress, u, f, 1);
          },
          true},
-        {"http_download_file_progress_tlv", "/chunked/s.bin",
+        {"http_download_file_progress_tlv", "/chunked/f.bin",
          [&](const char *u, const char *f) {
              return http_download_file_progress_tlv(&progress, u, f, 1, tlv);
          },
@@ -185,11 +215,10 @@ TEST_F(DownloadE2e, EveryDownloadCallRunsEndToEnd) {
         std::string local = dir_.file(std::string(r.name) + ".bin");
         progress.done = progress.total = 0;
         progress.priv[0] = 0;
-        const std::string &expected = strstr(r.path, "s.bin") != nullptr ? small : data;
         EXPECT_EQ(r.run(nginx_.url(r.path).c_str(), local.c_str()), HTTP_UTIL_OK);
-        EXPECT_TRUE(dltest::read_file(local) == expected) << "the file differs";
+        EXPECT_TRUE(dltest::read_file(local) == data) << "the file differs";
         if (r.with_progress) {
-            EXPECT_EQ(progress.done, expected.size());
+            EXPECT_EQ(progress.done, data.size());
             EXPECT_GT(progress.priv[0], 0u) << "the callback ran";
         }
     }

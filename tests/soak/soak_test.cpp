@@ -1,7 +1,7 @@
 // Transfers through a proxy that cuts connections at random offsets, by a
-// close or a reset. Downloads must always end whole, resumed by Range; a cut
-// upload must never report success. A failure prints the seed:
-// HTTP_UTIL_SOAK_SEED=<seed> replays the run.
+// close or a reset. Downloads, plain and re-chunked, must always end whole,
+// resumed by Range; a cut upload must never report success. A failure
+// prints the seed: HTTP_UTIL_SOAK_SEED=<seed> replays the run.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdio.h>
@@ -64,12 +64,18 @@ TEST_F(Soak, DownloadsThroughCutsEndWholeByResuming) {
     CuttingProxy proxy({nginx.port(), CuttingProxy::Direction::Response, 30, 10, seed_});
     const std::string dst = dir_.file("dl.bin");
 
+    // Every other run of twelve (each file under each prefix) re-chunked.
+    int chunked = 0, chunked_cuts = 0;
     for (int i = 0; i < kDownloads; ++i) {
         const size_t f = static_cast<size_t>(i) % files.size();
-        const std::string path = prefixes[i % 3] + ("f" + std::to_string(f));
+        const bool chunk = i / 12 % 2 == 1;
+        chunked += chunk;
+        const std::string path = prefixes[i % 3] + ("f" + std::to_string(f)) + (chunk ? "?chunked" : "");
         SCOPED_TRACE("download " + std::to_string(i) + " of " + path);
+        const int cuts = proxy.stats().cuts();
         ASSERT_EQ(http_download_file_ntry(proxy.url(path).c_str(), dst.c_str(), kManyTries),
                   HTTP_UTIL_OK);
+        if (chunk) chunked_cuts += proxy.stats().cuts() - cuts;
         ASSERT_TRUE(dltest::read_file(dst) == files[f]) << "the file differs";
         if (i % 3 != 1) {
             ASSERT_EQ(dltest::mtime_of(dst), kMtime);
@@ -78,14 +84,17 @@ TEST_F(Soak, DownloadsThroughCutsEndWholeByResuming) {
         unlink(dst.c_str());
     }
     const auto s = proxy.stats();
-    printf("download soak: %d downloads, %d connections, %d cuts survived (%d close, %d reset,"
-           " %d after the last byte), %d Range requests, %d 206 replies\n",
-           kDownloads, s.connections, s.cuts(), s.closes, s.resets, s.whole, s.range_requests,
-           s.partial_replies);
+    printf("download soak: %d downloads (%d chunked), %d connections, %d cuts survived (%d close,"
+           " %d reset, %d after the last byte; %d in chunked downloads, %d of them in a size line),"
+           " %d Range requests, %d 206 replies, %d replies chunked\n",
+           kDownloads, chunked, s.connections, s.cuts(), s.closes, s.resets, s.whole, chunked_cuts,
+           s.size_line_cuts, s.range_requests, s.partial_replies, s.chunked);
     EXPECT_GT(s.closes, kDownloads / 2);
     EXPECT_GT(s.resets, kDownloads / 2);
     EXPECT_GT(s.partial_replies, kDownloads / 4) << "partial files were resumed";
     EXPECT_GT(s.range_requests, s.partial_replies) << "the server that ignores Range was asked";
+    EXPECT_GE(chunked, 100);
+    EXPECT_GT(s.size_line_cuts, chunked / 2) << "chunked downloads were cut inside size lines";
     EXPECT_TRUE(interpose::pauses.empty()) << "a wait of 0 makes no pause between attempts";
 }
 

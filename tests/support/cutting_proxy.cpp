@@ -11,7 +11,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
+#include <vector>
 
 namespace peer {
 
@@ -43,6 +45,83 @@ bool send_all(int fd, const char *p, size_t n) {
     }
     return true;
 }
+
+// A reply with a Content-Length re-sent with chunked coding: the head
+// without that field and with Transfer-Encoding, then the body bytes as
+// they come, in chunks whose sizes and extensions were drawn up front so
+// that the length of the whole is known before the first byte goes out.
+class Rechunker {
+public:
+    // head ends in its empty line and holds a Content-Length of length.
+    Rechunker(std::string head, long long length, std::mt19937_64 &random) {
+        static const char kName[] = "\r\ncontent-length:";
+        for (size_t i = 0; i + sizeof kName - 1 <= head.size(); ++i)
+            if (strncasecmp(head.c_str() + i, kName, sizeof kName - 1) == 0) {
+                head.erase(i, head.find("\r\n", i + 2) - i);
+                break;
+            }
+        head.insert(head.size() - 2, "Transfer-Encoding: chunked\r\n");
+        total_ = head.size();
+        for (long long left = length; left > 0;) {
+            const size_t size = std::min<size_t>(static_cast<size_t>(left), 1 + random() % 3000);
+            std::string ext = random() % 4 == 0 ? ";e=" + std::string(random() % 40, 'x') : "";
+            add_size_line(plan_.empty() ? 0 : 2, size_line(size, ext));
+            plan_.push_back({size, ext});
+            total_ += size;
+            left -= static_cast<long long>(size);
+        }
+        add_size_line(plan_.empty() ? 0 : 2, "0\r\n");
+        total_ += 2;  // the empty line after the zero chunk
+        start_ = head + (length == 0 ? "0\r\n\r\n" : "");
+    }
+    const std::string &start() const { return start_; }
+    size_t total() const { return total_; }
+    // An offset inside a size line, or inside the line end before it.
+    size_t size_line_offset(std::mt19937_64 &random) const {
+        const auto &span = lines_[random() % lines_.size()];
+        return span.first + random() % (span.second - span.first);
+    }
+    bool in_size_line(size_t offset) const {
+        for (const auto &span : lines_)
+            if (offset >= span.first && offset < span.second) return true;
+        return false;
+    }
+    // Reply bytes for the next n body bytes.
+    std::string feed(const char *p, size_t n) {
+        std::string out;
+        while (n > 0 && next_ < plan_.size()) {
+            if (left_ == 0) {
+                left_ = plan_[next_].first;
+                out += size_line(left_, plan_[next_].second);
+            }
+            const size_t k = std::min(n, left_);
+            out.append(p, k);
+            p += k;
+            n -= k;
+            left_ -= k;
+            if (left_ == 0) out += ++next_ == plan_.size() ? "\r\n0\r\n\r\n" : "\r\n";
+        }
+        return out;
+    }
+
+private:
+    static std::string size_line(size_t size, const std::string &ext) {
+        char hex[32];
+        snprintf(hex, sizeof hex, "%zx", size);
+        return hex + ext + "\r\n";
+    }
+    // A size line and the line end of the data before it (none before the
+    // first) as a span of the reply.
+    void add_size_line(size_t before, const std::string &line) {
+        lines_.push_back({total_, total_ + before + line.size()});
+        total_ += before + line.size();
+    }
+
+    std::vector<std::pair<size_t, std::string>> plan_;
+    std::vector<std::pair<size_t, size_t>> lines_;
+    std::string start_;
+    size_t total_ = 0, next_ = 0, left_ = 0;
+};
 
 void close_with_reset(int fd) {
     linger l{1, 0};
@@ -112,6 +191,7 @@ void CuttingProxy::relay(int client) {
     std::string held, request_head;
     bool decided = false, pass = false, by_reset = false;
     size_t cut_at = 0, forwarded = 0;
+    std::optional<Rechunker> rechunk;
     char buf[65536];
     for (;;) {
         pollfd fds[3] = {{client, POLLIN, 0}, {up, POLLIN, 0}, {stop_pipe_[0], POLLIN, 0}};
@@ -137,13 +217,17 @@ void CuttingProxy::relay(int client) {
             if (end == std::string::npos) continue;
             end += 4;
             long long body = content_length(held.substr(0, end));
-            size_t total = end + static_cast<size_t>(std::max(body, 0LL));
+            const size_t marker = request_head.find("?chunked HTTP/");
+            if (response && body >= 0 && marker < request_head.find("\r\n"))
+                rechunk.emplace(held.substr(0, end), body, random_);
+            size_t total = rechunk ? rechunk->total() : end + static_cast<size_t>(std::max(body, 0LL));
             decided = true;
             pass = random_() % 100 < options_.pass_percent;
             by_reset = random_() % 2 == 1;
-            cut_at = random_() % 100 < options_.end_percent
-                         ? total
-                         : static_cast<size_t>(random_() % (total + 1));
+            const unsigned where = random_() % 100;
+            cut_at = where < options_.end_percent        ? total
+                     : rechunk && where < 40 + options_.end_percent ? rechunk->size_line_offset(random_)
+                                                                    : static_cast<size_t>(random_() % (total + 1));
             std::lock_guard<std::mutex> lock(m_);
             ++stats_.connections;
             if (response) {
@@ -156,8 +240,16 @@ void CuttingProxy::relay(int client) {
             } else {
                 ++(by_reset ? stats_.resets : stats_.closes);
                 if (cut_at == total) ++stats_.whole;
+                if (rechunk && rechunk->in_size_line(cut_at)) ++stats_.size_line_cuts;
             }
-            chunk.swap(held);
+            if (rechunk) {
+                ++stats_.chunked;
+                chunk = rechunk->start() + rechunk->feed(held.data() + end, held.size() - end);
+            } else {
+                chunk.swap(held);
+            }
+        } else if (rechunk) {
+            chunk = rechunk->feed(buf, static_cast<size_t>(n));
         }
         if (pass) {
             if (!send_all(dst, chunk.data(), chunk.size())) break;

@@ -8,6 +8,11 @@
 // reply; a share of the cuts is placed there on purpose), by
 // a close or by a reset (SO_LINGER 0), chosen at random. Every choice comes
 // from one seeded generator, so a failing run is replayed with its seed.
+//
+// A reply to a request whose target ends in "?chunked" (nginx serves the
+// file and ignores the query) is re-sent with chunked coding: chunks of
+// random sizes, some with extensions; then a share of its cuts falls inside
+// a size line or the line end before it.
 #ifndef HTTP_UTIL_TESTS_CUTTING_PROXY_H
 #define HTTP_UTIL_TESTS_CUTTING_PROXY_H
 
@@ -39,6 +44,8 @@ public:
         int whole = 0;        // cuts after the last byte (a request's reply is lost)
         int range_requests = 0;
         int partial_replies = 0;  // 206 heads relayed, whole or in part
+        int chunked = 0;          // replies re-sent chunked
+        int size_line_cuts = 0;   // cuts inside a size line or the line end before it
         int cuts() const { return closes + resets; }
     };
 
