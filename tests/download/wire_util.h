@@ -33,6 +33,9 @@ protected:
     }
     void TearDown() override {
         EXPECT_EQ(open_fds(), fds_) << "a descriptor was left open";
+        // A test's own directory goes after this: an unlink it made fail
+        // would leave the directory behind.
+        interpose::fail_unlink_path.clear();
     }
 
 private:
