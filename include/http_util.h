@@ -237,6 +237,12 @@ HTTP_UTIL_API http_url_param *http_create_url_param(const char *url, int *err,
  * elements of one type wins. */
 HTTP_UTIL_API int http_util_parse_tlv(const void *tlv, http_util_param *param);
 
+/* The library's writes to a socket (these two, http_post_header, http_flush
+ * and the upload's) never raise SIGPIPE, whose default action would kill
+ * the host program when a server closes early: they use send() with
+ * MSG_NOSIGNAL and fail with EPIPE instead, and an upload then returns its
+ * result code. No signal handler is installed and the signal mask is left
+ * alone. A descriptor that is not a socket is written with write(). */
 /* Writes all bytes, waiting up to five times 1 s while the socket is full.
  * 0 when everything was written (also for count 0), else -1 with errno.
  * timeout is accepted for the interface and not used. */

@@ -57,6 +57,16 @@ constexpr int kOnceCalls = 6;
 
 bool transient(int err) { return err == EINTR || err == EAGAIN; }
 
+// A socket whose peer has gone makes a plain write raise SIGPIPE, whose
+// default action kills the host program; the library may neither catch the
+// signal nor touch the process's signal mask, so it asks send to fail with
+// EPIPE instead. A descriptor that is not a socket gets a plain write.
+ssize_t write_no_sigpipe(int fd, const void *buf, size_t count) {
+    ssize_t n = send(fd, buf, count, MSG_NOSIGNAL);
+    if (n == -1 && errno == ENOTSOCK) n = write(fd, buf, count);
+    return n;
+}
+
 // After a failed readiness wait: -1, with ETIMEDOUT when the limit passed.
 int wait_failed(int ready) {
     if (ready == 0) errno = ETIMEDOUT;
@@ -135,7 +145,7 @@ int fast_write_nonblock(int fd, const void *buf, unsigned count, int seconds) {
         pollfd p = {fd, POLLOUT, 0};
         int before = errno;
         if (poll(&p, 1, 0) == 1 && (p.revents & POLLNVAL) == 0)
-            return once_retrying([&] { return write(fd, buf, count); });
+            return once_retrying([&] { return write_no_sigpipe(fd, buf, count); });
         errno = before;
     }
     return http_util_fd_write_nonblock(fd, buf, count, seconds);
@@ -152,7 +162,7 @@ HTTP_UTIL_API int http_util_fd_write(int fd, const void *buf, int count, int /*t
     size_t left = static_cast<size_t>(count);
     int waits = 0;
     for (;;) {
-        ssize_t n = write(fd, p, left);
+        ssize_t n = write_no_sigpipe(fd, p, left);
         if (n > 0) {
             p += n;
             left -= static_cast<size_t>(n);
@@ -175,7 +185,7 @@ HTTP_UTIL_API int http_util_fd_write_nonblock(int fd, const void *buf, unsigned 
         HTTP_LOG("select failed, return: %d", ready);
         return wait_failed(ready);
     }
-    return once_retrying([&] { return write(fd, buf, count); });
+    return once_retrying([&] { return write_no_sigpipe(fd, buf, count); });
 }
 
 HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds) {

@@ -7,7 +7,6 @@
 #include <dirent.h>
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -166,15 +165,7 @@ std::string normalised(std::string s, uint16_t port) {
 
 class FastPathTrace : public testing::Test {
 protected:
-    void SetUp() override {
-        struct sigaction ignore = {};
-        ignore.sa_handler = SIG_IGN;
-        sigaction(SIGPIPE, &ignore, &old_pipe_);
-    }
-    void TearDown() override {
-        http_util_internal::g_fast_path = true;
-        sigaction(SIGPIPE, &old_pipe_, nullptr);
-    }
+    void TearDown() override { http_util_internal::g_fast_path = true; }
 
     // The whole observable trace of one scenario run one way.
     std::string trace(const Scenario &sc, bool fast) {
@@ -305,7 +296,6 @@ private:
     }
 
     TempDir dir_;
-    struct sigaction old_pipe_ = {};
     std::vector<uint32_t> counts_;
     size_t cancel_at_ = 0;
     std::string taken_;

@@ -97,6 +97,7 @@ using access_fn = int (*)(const char *, int);
 using unlink_fn = int (*)(const char *);
 using select_fn = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
 using write_fn = ssize_t (*)(int, const void *, size_t);
+using send_fn = ssize_t (*)(int, const void *, size_t, int);
 using setsockopt_fn = int (*)(int, int, int, const void *, socklen_t);
 using bind_fn = int (*)(int, const sockaddr *, socklen_t);
 using clock_gettime_fn = int (*)(clockid_t, struct timespec *);
@@ -183,6 +184,12 @@ ssize_t write(int fd, const void *buf, size_t count) {
     if (interpose::watch_write_fd != -1 && fd == interpose::watch_write_fd)
         interpose::writes.push_back(count);
     return real<write_fn>("write")(fd, buf, count);
+}
+
+ssize_t send(int fd, const void *buf, size_t count, int flags) {
+    if (interpose::watch_write_fd != -1 && fd == interpose::watch_write_fd)
+        interpose::writes.push_back(count);
+    return real<send_fn>("send")(fd, buf, count, flags);
 }
 
 int setsockopt(int fd, int level, int name, const void *value, socklen_t len) {

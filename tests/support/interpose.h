@@ -25,8 +25,8 @@ extern int open_failures;
 // non-zero (the test binaries link with --wrap=calloc).
 extern size_t fail_calloc_bytes;
 
-// While it is not -1, the byte counts of write() calls on this descriptor,
-// in order.
+// While it is not -1, the byte counts of write() and send() calls on this
+// descriptor, in order.
 extern int watch_write_fd;
 extern std::vector<size_t> writes;
 
