@@ -411,6 +411,13 @@ HTTP_UTIL_API void touch(const char *path, time_t mtime);
  * even when dst is a URL too; else dst a URL uploads src. The download goes
  * to a temporary file beside dst that replaces dst only after a complete
  * transfer; on failure dst is untouched and the temporary file removed.
+ * The replacement survives a power loss at any moment: the temporary
+ * file's data is synced to storage (fsync) before it is renamed over dst,
+ * and the folder holding dst is synced after the rename; a file system that
+ * does not order data before a rename could otherwise leave dst empty. A
+ * failed sync of the data fails the copy with HTTP_UTIL_ERR_SAVE_FILE (dst
+ * untouched, the temporary file removed); a failed sync of the folder is
+ * only logged, the data being in place.
  * param is used as filled (max_redirect, ntry, post_file...), except that a
  * show_progress of 0 is set to 1 in the caller's record.
  * Results: HTTP_UTIL_ERR_PARAM for a NULL argument; PARAM_TOO_LONG for 256

@@ -29,6 +29,8 @@ bool skip_pauses = false;
 std::string fail_strdup_text;
 std::string taken_prefix;
 std::string fail_unlink_path;
+std::vector<std::string> file_calls;
+int fail_fsync_errno = 0;
 size_t fail_calloc_bytes = 0;
 int watch_write_fd = -1;
 std::vector<size_t> writes;
@@ -77,6 +79,8 @@ void reset() {
     fail_strdup_text.clear();
     taken_prefix.clear();
     fail_unlink_path.clear();
+    file_calls.clear();
+    fail_fsync_errno = 0;
     fail_calloc_bytes = 0;
     watch_write_fd = -1;
     fail_bind_errno = 0;
@@ -95,6 +99,8 @@ namespace {
 using open_fn = int (*)(const char *, int, ...);
 using access_fn = int (*)(const char *, int);
 using unlink_fn = int (*)(const char *);
+using rename_fn = int (*)(const char *, const char *);
+using fsync_fn = int (*)(int);
 using select_fn = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
 using write_fn = ssize_t (*)(int, const void *, size_t);
 using send_fn = ssize_t (*)(int, const void *, size_t, int);
@@ -247,6 +253,23 @@ int access(const char *path, int mode) noexcept {
         strncmp(path, interpose::taken_prefix.c_str(), interpose::taken_prefix.size()) == 0)
         return 0;
     return reinterpret_cast<access_fn>(dlsym(RTLD_NEXT, "access"))(path, mode);
+}
+
+int fsync(int fd) {
+    char link[32], target[4096];
+    snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    ssize_t n = readlink(link, target, sizeof target);
+    interpose::file_calls.push_back("fsync " + std::string(target, n > 0 ? static_cast<size_t>(n) : 0));
+    if (interpose::fail_fsync_errno != 0) {
+        errno = interpose::fail_fsync_errno;
+        return -1;
+    }
+    return real<fsync_fn>("fsync")(fd);
+}
+
+int rename(const char *from, const char *to) noexcept {
+    interpose::file_calls.push_back(std::string("rename ") + from + " " + to);
+    return real<rename_fn>("rename")(from, to);
 }
 
 int unlink(const char *path) noexcept {

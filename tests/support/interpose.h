@@ -69,6 +69,12 @@ extern std::string taken_prefix;
 // unlink() of exactly this path fails with EPERM while it is non-empty.
 extern std::string fail_unlink_path;
 
+// fsync() and rename() in the order made: "fsync PATH" (the descriptor's
+// path, links resolved) and "rename FROM TO".
+extern std::vector<std::string> file_calls;
+// fsync() fails with this errno while it is non-zero.
+extern int fail_fsync_errno;
+
 // Allocation-failure sweep. While armed, the heap allocations that the
 // arming thread makes through malloc, calloc and realloc (the test binaries
 // link with --wrap for each; strdup here takes its copy from malloc) and
