@@ -335,6 +335,9 @@ HTTP_UTIL_API int http_change_progess(uint32_t stage, http_progress_ref *ref, ui
 /* Uploads local_file to url (http:// only) as the one part, named "file1",
  * of a multipart/form-data POST. One attempt, no redirection. 0 when the
  * server answered 200; HTTP_UTIL_ERR_NOT_OK for another accepted status.
+ * The Host field is formed as a download's: an IPv6 literal in brackets,
+ * with the port unless it is 80 ("[::1]:8080"); without the brackets the
+ * field is malformed and strict servers answer 400.
  * The size sent in Content-Length is the file's size when it was opened:
  * never more bytes than that are sent, a file that grew is cut there, and
  * a file that shrank meanwhile ends the upload with HTTP_UTIL_ERR_READ_FILE.

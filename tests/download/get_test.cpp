@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "download/download.h"
 #include "http_util.h"
+#include "net/request_writer.h"
 
 namespace {
 

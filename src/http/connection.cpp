@@ -1,0 +1,51 @@
+// The steps of one request that the GET and the POST share, on the
+// handle's connection.
+#include "http/connection.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include "frame/handle.h"
+#include "http_util.h"
+
+namespace http_util_internal {
+
+bool Connection::connect() {
+    util_->socket = http_create_socket(reinterpret_cast<const sockaddr *>(&url_->ip_addr),
+                                       sizeof url_->ip_addr, 1, url_->is_mgmt,
+                                       url_->param.src_ip, url_->mgmt_name, url_->param.vrf);
+    if (util_->socket >= 0) return true;
+    util_->socket = -1;
+    return false;
+}
+
+int Connection::read_head(MallocPtr<char> *head) {
+    // The reader writes the code only when it returns no head.
+    int err = HTTP_UTIL_ERR_RECV_RSP;
+    head->reset(http_read_http_response_head(util_->socket, url_, &err));
+    if (*head) return HTTP_UTIL_OK;
+    HTTP_LOG_AS(driver_, "receive header failed.");
+    return err;
+}
+
+int Connection::parse_head(const char *head, http_progress_ref *ref) {
+    int rc = http_parse_http_response_head(util_, ref, head);
+    if (rc != HTTP_UTIL_OK) HTTP_LOG_AS(driver_, "parse head result: %s.", http_util_strerr(rc));
+    return rc;
+}
+
+FILE *Connection::open_output(const char *path, const char *mode) {
+    FILE *f = fopen(path, mode);
+    if (f == nullptr) HTTP_LOG_AS(driver_, "fopen file error %s.", strerror(errno));
+    return f;
+}
+
+int Connection::read_body(FILE *out, http_progress_ref *ref, uint32_t skip) {
+    const http_rsp &rsp = util_->rsp;
+    if (rsp.chunked) return http_fd_read_body_chunked(url_, util_->socket, out, ref, skip);
+    return http_fd_read_body(url_, util_->socket, out, ref, rsp.content_len, skip);
+}
+
+void Connection::close() { http_util_close_socket(util_); }
+
+}  // namespace http_util_internal
