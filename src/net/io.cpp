@@ -115,11 +115,9 @@ bool call_refused(int err) {
 
 namespace http_util_internal {
 
-bool g_fast_path = true;
-
 bool recv_at_once(int fd, void *buf, size_t len, int flags, int *result) {
     // A zero-length call returns at once where the waiting path waits first.
-    if (!g_fast_path || len == 0) return false;
+    if (len == 0) return false;
     int before = errno;
     ssize_t n = recv(fd, buf, len, flags | MSG_DONTWAIT);
     if (n >= 0 || !call_refused(errno)) {
@@ -141,13 +139,11 @@ int fast_read(int fd, void *buf, unsigned max, int seconds) {
 // back, and a stalled peer would then see other progress and time-outs.
 // The wait's own readiness test, asked without waiting, keeps them alike.
 int fast_write_nonblock(int fd, const void *buf, unsigned count, int seconds) {
-    if (g_fast_path) {
-        pollfd p = {fd, POLLOUT, 0};
-        int before = errno;
-        if (poll(&p, 1, 0) == 1 && (p.revents & POLLNVAL) == 0)
-            return once_retrying([&] { return write_no_sigpipe(fd, buf, count); });
-        errno = before;
-    }
+    pollfd p = {fd, POLLOUT, 0};
+    int before = errno;
+    if (poll(&p, 1, 0) == 1 && (p.revents & POLLNVAL) == 0)
+        return once_retrying([&] { return write_no_sigpipe(fd, buf, count); });
+    errno = before;
     return http_util_fd_write_nonblock(fd, buf, count, seconds);
 }
 

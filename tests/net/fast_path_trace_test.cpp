@@ -23,7 +23,6 @@
 #include "fake_device.h"
 #include "http_util.h"
 #include "interpose.h"
-#include "net/io.h"
 #include "scripted_server.h"
 #include "temp_dir.h"
 
@@ -165,8 +164,6 @@ std::string normalised(std::string s, uint16_t port) {
 
 class FastPathTrace : public testing::Test {
 protected:
-    void TearDown() override { http_util_internal::g_fast_path = true; }
-
     // The whole observable trace of one scenario run one way.
     std::string trace(const Scenario &sc, bool fast) {
         fake::reset();
@@ -176,7 +173,7 @@ protected:
         // deadline runs out, however long a run takes.
         interpose::fake_monotonic = timespec{5000, 0};
         for (int k : sc.keys) fake::device().keys.push_back(k);
-        http_util_internal::g_fast_path = fast;
+        interpose::force_waiting_path = !fast;
         counts_.clear();
         taken_.clear();
         cancel_at_ = sc.cancel_at;
@@ -189,7 +186,7 @@ protected:
         Outcome run = perform(sc, srv, done);
         srv.wait();
         run.request = srv.request();
-        http_util_internal::g_fast_path = true;
+        interpose::force_waiting_path = false;
         interpose::fake_monotonic.reset();
         return normalised(describe(run), srv.port());
     }

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -36,6 +37,7 @@ int watch_write_fd = -1;
 std::vector<size_t> writes;
 std::set<int> sockopt_pretend_ok;
 int fail_bind_errno = 0;
+bool force_waiting_path = false;
 
 namespace {
 std::mutex sockopt_mutex;
@@ -84,6 +86,7 @@ void reset() {
     fail_calloc_bytes = 0;
     watch_write_fd = -1;
     fail_bind_errno = 0;
+    force_waiting_path = false;
     writes.clear();
     std::lock_guard<std::mutex> lock(sockopt_mutex);
     sockopt_log.clear();
@@ -104,6 +107,8 @@ using fsync_fn = int (*)(int);
 using select_fn = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
 using write_fn = ssize_t (*)(int, const void *, size_t);
 using send_fn = ssize_t (*)(int, const void *, size_t, int);
+using recv_fn = ssize_t (*)(int, void *, size_t, int);
+using poll_fn = int (*)(pollfd *, nfds_t, int);
 using setsockopt_fn = int (*)(int, int, int, const void *, socklen_t);
 using bind_fn = int (*)(int, const sockaddr *, socklen_t);
 using clock_gettime_fn = int (*)(clockid_t, struct timespec *);
@@ -196,6 +201,22 @@ ssize_t send(int fd, const void *buf, size_t count, int flags) {
     if (interpose::watch_write_fd != -1 && fd == interpose::watch_write_fd)
         interpose::writes.push_back(count);
     return real<send_fn>("send")(fd, buf, count, flags);
+}
+
+ssize_t recv(int fd, void *buf, size_t count, int flags) {
+    if (interpose::force_waiting_path && (flags & MSG_DONTWAIT) != 0) {
+        errno = EAGAIN;
+        return -1;
+    }
+    return real<recv_fn>("recv")(fd, buf, count, flags);
+}
+
+int poll(pollfd *fds, nfds_t n, int timeout) {
+    if (interpose::force_waiting_path && timeout == 0) {
+        for (nfds_t i = 0; i < n; ++i) fds[i].revents = 0;
+        return 0;
+    }
+    return real<poll_fn>("poll")(fds, n, timeout);
 }
 
 int setsockopt(int fd, int level, int name, const void *value, socklen_t len) {
