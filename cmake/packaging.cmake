@@ -38,14 +38,13 @@ set(CPACK_COMPONENT_TOOL_DESCRIPTION
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "libhttp-util1 (= ${PROJECT_VERSION})")
 
 if(CMAKE_CROSSCOMPILING)
-    # dpkg-shlibdeps knows only the build machine's packages, so the
-    # dependencies of the target's binaries are set here: the C library from
-    # the highest symbol version they use (GLIBC_2.34), and the C++ runtime
-    # of the cross compiler (GCC 12) for the tool.
+    # dpkg-shlibdeps reads the build machine's packages only: the
+    # dependencies on the target's runtimes come from the binaries' symbol
+    # versions instead (cmake/deb-depends.cmake, run before each package).
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
-    set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6 (>= 2.34)")
-    string(APPEND CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS
-        ", libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
+    set(CPACK_HTTP_UTIL_OBJDUMP ${CMAKE_OBJDUMP})
+    string(REGEX MATCH "^[0-9]+" CPACK_HTTP_UTIL_CXX_MAJOR ${CMAKE_CXX_COMPILER_VERSION})
+    set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/deb-depends.cmake)
 else()
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
     # The tool's libraries come from the packages above, not from the system.
