@@ -13,7 +13,6 @@
 #include "frame/raii.h"
 #include "http/connection.h"
 #include "http_util.h"
-#include "net/request_writer.h"
 
 namespace http_util_internal {
 

@@ -1,14 +1,31 @@
-// The steps of one request that the GET and the POST share, on the
-// handle's connection.
+// The steps of one request that the GET and the POST share: the first lines
+// of the request head, and the connection's steps.
 #include "http/connection.h"
 
 #include <errno.h>
+#include <stdio.h>
 #include <string.h>
+#include <sys/socket.h>
 
 #include "frame/handle.h"
 #include "http_util.h"
 
 namespace http_util_internal {
+
+int format_host_value(char *buf, size_t size, const http_url_param *url) {
+    const bool v4 = url->ip_addr.ss_family == AF_INET;
+    if (url->port == 80) return snprintf(buf, size, v4 ? "%s" : "[%s]", url->host);
+    return snprintf(buf, size, v4 ? "%s:%d" : "[%s]:%d", url->host, url->port);
+}
+
+int http_write_request_start(http_util *util, const http_url_param *url, const char *method) {
+    const char *target = url->path[0] == '/' ? url->path + 1 : url->path;
+    (void)snprintf(util->work_buf, sizeof util->work_buf, "%s /%s HTTP/1.1", method, target);
+    if (http_post_header(util, util->work_buf, nullptr) != 0) return 1;
+    (void)format_host_value(util->work_buf, sizeof util->work_buf, url);
+    if (http_post_header(util, "Host", util->work_buf) != 0) return 2;
+    return 0;
+}
 
 bool Connection::connect() {
     util_->socket = http_create_socket(reinterpret_cast<const sockaddr *>(&url_->ip_addr),

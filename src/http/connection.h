@@ -3,6 +3,7 @@
 #ifndef HTTP_UTIL_HTTP_CONNECTION_H
 #define HTTP_UTIL_HTTP_CONNECTION_H
 
+#include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 
@@ -11,6 +12,16 @@
 #include "http_util.h"
 
 namespace http_util_internal {
+
+// The Host value for url: the host alone for port 80, host:port otherwise,
+// an IPv6 literal in brackets. Returns what snprintf returns.
+int format_host_value(char *buf, size_t size, const http_url_param *url);
+
+// The first two lines of every request head, composed in work_buf and
+// written through the handle's send buffer: the request line ("METHOD
+// /path HTTP/1.1") and the Host line. 0, or the number of the line (1 or 2)
+// that was not written.
+int http_write_request_start(http_util *util, const http_url_param *url, const char *method);
 
 // Owns the handle's socket from the start of a request to its end: however
 // the request ends, the socket is closed and the handle left at -1, so the

@@ -2,9 +2,7 @@
 // head normally goes out in a single write.
 #include "net/request_writer.h"
 
-#include <stdio.h>
 #include <string.h>
-#include <sys/socket.h>
 
 #include "http_util.h"
 
@@ -62,21 +60,6 @@ int http_write_header_text(http_util *util, const char *text) {
         if (lf == nullptr) return 0;
         text = lf + 1;
     }
-}
-
-int format_host_value(char *buf, size_t size, const http_url_param *url) {
-    const bool v4 = url->ip_addr.ss_family == AF_INET;
-    if (url->port == 80) return snprintf(buf, size, v4 ? "%s" : "[%s]", url->host);
-    return snprintf(buf, size, v4 ? "%s:%d" : "[%s]:%d", url->host, url->port);
-}
-
-int http_write_request_start(http_util *util, const http_url_param *url, const char *method) {
-    const char *target = url->path[0] == '/' ? url->path + 1 : url->path;
-    (void)snprintf(util->work_buf, sizeof util->work_buf, "%s /%s HTTP/1.1", method, target);
-    if (http_post_header(util, util->work_buf, nullptr) != 0) return 1;
-    (void)format_host_value(util->work_buf, sizeof util->work_buf, url);
-    if (http_post_header(util, "Host", util->work_buf) != 0) return 2;
-    return 0;
 }
 
 }  // namespace http_util_internal

@@ -48,7 +48,8 @@ bool choose_vrf(int is_mgmt, const char *mgmt_name, int vrf, int *index) {
             HTTP_LOG_AS(kCreate, "no suport lsm_vrf_name2index");
             return false;
         }
-        HTTP_LOG_AS(kCreate, "lsm_vrf_name2index %p", reinterpret_cast<void *>(&lsm_vrf_name2index));
+        HTTP_LOG_AS(kCreate, "lsm_vrf_name2index %p",
+                    reinterpret_cast<void *>(&lsm_vrf_name2index));
         *index = lsm_vrf_name2index(kMgmtVrf);
         if (*index < 0) {
             HTTP_LOG_AS(kCreate, "lsm_vrf_name2index name:%s error:%d", kMgmtVrf, *index);

@@ -19,7 +19,6 @@
 #include "http/connection.h"
 #include "http_util.h"
 #include "net/io.h"
-#include "net/request_writer.h"
 
 namespace http_util_internal {
 

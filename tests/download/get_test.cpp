@@ -5,8 +5,8 @@
 
 #include <string>
 
+#include "http/connection.h"
 #include "http_util.h"
-#include "net/request_writer.h"
 
 namespace {
 

@@ -280,7 +280,8 @@ int fsync(int fd) {
     char link[32], target[4096];
     snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
     ssize_t n = readlink(link, target, sizeof target);
-    interpose::file_calls.push_back("fsync " + std::string(target, n > 0 ? static_cast<size_t>(n) : 0));
+    interpose::file_calls.push_back("fsync " +
+                                    std::string(target, n > 0 ? static_cast<size_t>(n) : 0));
     if (interpose::fail_fsync_errno != 0) {
         errno = interpose::fail_fsync_errno;
         return -1;
