@@ -87,20 +87,25 @@ typedef struct http_opt {
     uint8_t debug;            /* non-zero: copy every log record to the system log (0) */
 } http_opt;
 
-/* Process-wide options, read by every transfer; initially {5,5,5,5,30,0,1,0}. */
+/* Process-wide options; initially {5,5,5,5,30,0,1,0}. A transfer reads
+ * them as it goes, not once at its start: ntry when a call begins, wait and
+ * random_wait at each pause, timestamp_check at each resume, debug at each
+ * log record. They are not locked: set them (and g_http_util_zlog_level)
+ * before transfers start, never while one runs on another thread. */
 HTTP_UTIL_API extern http_opt g_http_opt;
 /* Platform-log threshold: records reach the platform log while it is > 4 (5). */
 HTTP_UTIL_API extern uint32_t g_http_util_zlog_level;
-/* Platform-log category set by http_util_init(); NULL: no platform records. */
+/* Platform-log category, set once by http_util_init() and only then
+ * visible to other threads; NULL: no platform records. */
 HTTP_UTIL_API extern void *g_http_util_zlog_category;
 
 HTTP_UTIL_API void http_open_debug(void);
 HTTP_UTIL_API void http_close_debug(void);
 /* Copies the whole record over g_http_opt, the debug switch included. */
 HTTP_UTIL_API void http_set_options(const http_opt *opt);
-/* Sets up the platform log once per process. Every entry point calls it;
- * a failed set-up is not retried. Not safe against two first calls at once:
- * a multi-threaded host calls it once before starting transfers. */
+/* Sets up the platform log once per process, however many threads call it
+ * at once: one runs the set-up, the others wait until it is done. Every
+ * entry point calls it; a failed set-up is not retried. */
 HTTP_UTIL_API void http_util_init(void);
 
 /* ------------------------------------------------------------------------
