@@ -253,8 +253,9 @@ HTTP_UTIL_API int http_util_fd_write_nonblock(int fd, const void *buf, unsigned 
 /* One read after waiting up to seconds (<= 0: 5) for data: bytes read,
  * 0 when the peer closed, or -1 (errno ETIMEDOUT after the wait ran out). */
 HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds);
-/* The address as text for log records ("127.0.0.1 80"): a static area that
- * the next call overwrites. */
+/* The address as text for log records ("127.0.0.1 80"), in a text area of
+ * the calling thread: valid until the same thread calls again, never
+ * overwritten by a call on another thread. */
 HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen);
 
 /* A TCP socket connected to addr (blocking connect), placed in a VRF (vrf
