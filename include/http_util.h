@@ -308,8 +308,18 @@ HTTP_UTIL_API int http_tag_cmp(const char *text, const char *pattern);
  * stores the length only. */
 HTTP_UTIL_API int parse_content_range(const char *value, int32_t *first, int32_t *last,
                                       int32_t *length);
-/* An HTTP date (RFC 1123, RFC 850, asctime) as Unix time, or -1. Switches
- * the process's LC_TIME to "C" for the call. */
+/* An HTTP date as Unix time (read as UTC), or -1: the IMF-fixdate of RFC
+ * 1123 ("Sun, 06 Nov 1994 08:49:37 GMT"), the obsolete RFC 850 form
+ * ("Sunday, 06-Nov-94 ..."; 69 to 99 are 1969 to 1999, 00 to 68 are 2000 to
+ * 2068), asctime ("Sun Nov  6 08:49:37 1994"), and RFC 1123 with dashes
+ * ("Sun, 06-Nov-1994 ..."). After it may come nothing, "GMT" or a numeric
+ * offset, which is not applied. Read as leniently as strptime reads them:
+ * English day and month names in any letter case, full or abbreviated, the
+ * day name not checked; one-digit fields; any white space where a blank
+ * is. Days and seconds past their end carry over (31 Feb is 3 Mar). Names
+ * are fixed in the library and no locale is read or set, so a host thread
+ * that formats dates in its own language meanwhile is not disturbed.
+ * -1 also for a date that time_t cannot hold. */
 HTTP_UTIL_API time_t http_atotm(const char *date);
 /* Reads toread body bytes (-1: up to the close) into out (may be NULL), or
  * into ref's on_data when set, leaving out the first skip bytes; reports
