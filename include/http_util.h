@@ -7,6 +7,14 @@
  *
  * The header compiles as C99 and as C++. Records are plain structs whose
  * field order and sizes are part of the binary interface.
+ *
+ * Threads: transfers may run at once on different threads, each on its
+ * own. Nothing they share is left unguarded: the log set-up runs once
+ * however many threads start it (http_util_init), the text of
+ * http_sock_ntop belongs to the calling thread, and dates are read without
+ * any locale, so the host's own LC_TIME is never touched. What stays
+ * process-wide, and unlocked, are the options and the log threshold: set
+ * them before transfers start (see g_http_opt).
  */
 #ifndef HTTP_UTIL_H
 #define HTTP_UTIL_H
