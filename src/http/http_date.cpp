@@ -24,11 +24,13 @@ constexpr const char *kDateFormats[] = {
     "%a, %d-%b-%Y %T",  // RFC 1123 with dashes
 };
 
-constexpr const char *kDays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
-                                 "Thursday", "Friday", "Saturday"};
-constexpr const char *kMonths[] = {"January", "February", "March",     "April",
-                                   "May",     "June",     "July",      "August",
-                                   "September", "October", "November", "December"};
+// Rows of a fixed width rather than pointers: no relocations to load.
+using Name = char[10];
+constexpr Name kDays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                          "Thursday", "Friday", "Saturday"};
+constexpr Name kMonths[] = {"January", "February", "March",     "April",
+                            "May",     "June",     "July",      "August",
+                            "September", "October", "November", "December"};
 
 // The C locale's classes: the same bytes in every locale the host may use.
 bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -64,9 +66,9 @@ private:
         switch (conv) {
         case 'a':
         case 'A':
-            return name(kDays) >= 0;
+            return name(kDays, 7) >= 0;
         case 'b':
-            return (d->mon = name(kMonths)) >= 0;
+            return (d->mon = name(kMonths, 12)) >= 0;
         case 'd':
             return number(1, 31, 2, &d->mday);
         case 'y':  // 69 to 99 are 1969 to 1999, the rest 2000 to 2068
@@ -90,15 +92,14 @@ private:
 
     // The index of the longest full or three-letter name that the text
     // begins with, letter case ignored; -1 when none does.
-    template <size_t N>
-    int name(const char *const (&names)[N]) {
+    int name(const Name *names, int count) {
         int found = -1;
         size_t longest = 0;
-        for (size_t i = 0; i < N; ++i) {
+        for (int i = 0; i < count; ++i) {
             size_t len = prefix_len(names[i]);
             if (len > longest) {
                 longest = len;
-                found = static_cast<int>(i);
+                found = i;
             }
         }
         p_ += longest;
@@ -134,13 +135,12 @@ bool tail_ok(const char *p) {
     return *p == '\0' || strncmp(p, "GMT", 3) == 0 || ((*p == '+' || *p == '-') && is_digit(p[1]));
 }
 
-// Days from 1970-01-01 to the first of a month (proleptic Gregorian).
-int64_t days_to_month(int64_t year, int mon) {
-    if (mon < 2) --year;
-    const int64_t era = (year >= 0 ? year : year - 399) / 400;
-    const int64_t yoe = year - era * 400;
-    const int64_t doy = (153 * (mon < 2 ? mon + 10 : mon - 2) + 2) / 5;
-    return era * 146097 + yoe * 365 + yoe / 4 - yoe / 100 + doy - 719468;
+// Days from 1970-01-01 to the first of a month (proleptic Gregorian), the
+// year counted from March; 400 years more keep every term positive.
+int days_to_month(int year, int mon) {
+    const int y = year + 400 - (mon < 2 ? 1 : 0);
+    const int doy = (153 * (mon < 2 ? mon + 10 : mon - 2) + 2) / 5;
+    return y * 365 + y / 4 - y / 100 + y / 400 + doy - 719468 - 146097;
 }
 
 }  // namespace
@@ -151,8 +151,8 @@ extern "C" HTTP_UTIL_API time_t http_atotm(const char *date) {
         Reader r(date);
         if (!r.read(format, &d) || !tail_ok(r.pos())) continue;
         // Out-of-range days carry into the next month, as timegm does.
-        int64_t t = (days_to_month(d.year, d.mon) + d.mday - 1) * 86400 + d.hour * 3600 +
-                    d.min * 60 + d.sec;
+        int64_t t = int64_t{days_to_month(d.year, d.mon) + d.mday - 1} * 86400 +
+                    d.hour * 3600 + d.min * 60 + d.sec;
         if (static_cast<time_t>(t) != t) return -1;  // past a 32-bit time_t
         return static_cast<time_t>(t);
     }
