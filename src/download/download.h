@@ -45,9 +45,9 @@ enum class RetryAction {
 };
 RetryAction retry_action(int code);
 
-// Current local time as "%Y-%m-%d %H:%M:%S" in a buffer shared by every
-// call, or null when the clock cannot be converted.
-const char *download_time_text();
+// Current local time as "%Y-%m-%d %H:%M:%S" in the caller's buffer, or
+// null when the clock cannot be converted.
+const char *download_time_text(char (&text)[32]);
 
 // One GET attempt at the URL into ref->local_file through util.
 int http_get(http_url_param *url, http_util *util, http_progress_ref *ref);

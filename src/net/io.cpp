@@ -204,7 +204,11 @@ static const char *ip_text(char (&text)[128], int family, const void *addr, uint
 }
 
 HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen) {
-    static char text[128];
+    // One area per thread: parallel transfers never show each other's
+    // address. Initial-exec, so that no __tls_get_addr call makes the
+    // library depend on the dynamic loader; the 128 bytes come from the
+    // static TLS that the C library keeps for libraries opened later.
+    static thread_local char text[128] __attribute__((tls_model("initial-exec")));
     switch (sa->sa_family) {
     case AF_INET: {
         const auto *sin = reinterpret_cast<const sockaddr_in *>(sa);
