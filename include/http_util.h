@@ -7,6 +7,14 @@
  *
  * The header compiles as C99 and as C++. Records are plain structs whose
  * field order and sizes are part of the binary interface.
+ *
+ * Threads: transfers may run at once on different threads, each on its
+ * own. Nothing they share is left unguarded: the log set-up runs once
+ * however many threads start it (http_util_init), the text of
+ * http_sock_ntop belongs to the calling thread, and dates are read without
+ * any locale, so the host's own LC_TIME is never touched. What stays
+ * process-wide, and unlocked, are the options and the log threshold: set
+ * them before transfers start (see g_http_opt).
  */
 #ifndef HTTP_UTIL_H
 #define HTTP_UTIL_H
@@ -87,20 +95,25 @@ typedef struct http_opt {
     uint8_t debug;            /* non-zero: copy every log record to the system log (0) */
 } http_opt;
 
-/* Process-wide options, read by every transfer; initially {5,5,5,5,30,0,1,0}. */
+/* Process-wide options; initially {5,5,5,5,30,0,1,0}. A transfer reads
+ * them as it goes, not once at its start: ntry when a call begins, wait and
+ * random_wait at each pause, timestamp_check at each resume, debug at each
+ * log record. They are not locked: set them (and g_http_util_zlog_level)
+ * before transfers start, never while one runs on another thread. */
 HTTP_UTIL_API extern http_opt g_http_opt;
 /* Platform-log threshold: records reach the platform log while it is > 4 (5). */
 HTTP_UTIL_API extern uint32_t g_http_util_zlog_level;
-/* Platform-log category set by http_util_init(); NULL: no platform records. */
+/* Platform-log category, set once by http_util_init() and only then
+ * visible to other threads; NULL: no platform records. */
 HTTP_UTIL_API extern void *g_http_util_zlog_category;
 
 HTTP_UTIL_API void http_open_debug(void);
 HTTP_UTIL_API void http_close_debug(void);
 /* Copies the whole record over g_http_opt, the debug switch included. */
 HTTP_UTIL_API void http_set_options(const http_opt *opt);
-/* Sets up the platform log once per process. Every entry point calls it;
- * a failed set-up is not retried. Not safe against two first calls at once:
- * a multi-threaded host calls it once before starting transfers. */
+/* Sets up the platform log once per process, however many threads call it
+ * at once: one runs the set-up, the others wait until it is done. Every
+ * entry point calls it; a failed set-up is not retried. */
 HTTP_UTIL_API void http_util_init(void);
 
 /* ------------------------------------------------------------------------
@@ -243,6 +256,12 @@ HTTP_UTIL_API http_url_param *http_create_url_param(const char *url, int *err,
  * elements of one type wins. */
 HTTP_UTIL_API int http_util_parse_tlv(const void *tlv, http_util_param *param);
 
+/* The library's writes to a socket (these two, http_post_header, http_flush
+ * and the upload's) never raise SIGPIPE, whose default action would kill
+ * the host program when a server closes early: they use send() with
+ * MSG_NOSIGNAL and fail with EPIPE instead, and an upload then returns its
+ * result code. No signal handler is installed and the signal mask is left
+ * alone. A descriptor that is not a socket is written with write(). */
 /* Writes all bytes, waiting up to five times 1 s while the socket is full.
  * 0 when everything was written (also for count 0), else -1 with errno.
  * timeout is accepted for the interface and not used. */
@@ -254,8 +273,9 @@ HTTP_UTIL_API int http_util_fd_write_nonblock(int fd, const void *buf, unsigned 
 /* One read after waiting up to seconds (<= 0: 5) for data: bytes read,
  * 0 when the peer closed, or -1 (errno ETIMEDOUT after the wait ran out). */
 HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds);
-/* The address as text for log records ("127.0.0.1 80"): a static area that
- * the next call overwrites. */
+/* The address as text for log records ("127.0.0.1 80"), in a text area of
+ * the calling thread: valid until the same thread calls again, never
+ * overwritten by a call on another thread. */
 HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen);
 
 /* A TCP socket connected to addr (blocking connect), placed in a VRF (vrf
@@ -327,8 +347,18 @@ HTTP_UTIL_API int http_tag_cmp(const char *text, const char *pattern);
  * stores the length only. */
 HTTP_UTIL_API int parse_content_range(const char *value, int32_t *first, int32_t *last,
                                       int32_t *length);
-/* An HTTP date (RFC 1123, RFC 850, asctime) as Unix time, or -1. Switches
- * the process's LC_TIME to "C" for the call. */
+/* An HTTP date as Unix time (read as UTC), or -1: the IMF-fixdate of RFC
+ * 1123 ("Sun, 06 Nov 1994 08:49:37 GMT"), the obsolete RFC 850 form
+ * ("Sunday, 06-Nov-94 ..."; 69 to 99 are 1969 to 1999, 00 to 68 are 2000 to
+ * 2068), asctime ("Sun Nov  6 08:49:37 1994"), and RFC 1123 with dashes
+ * ("Sun, 06-Nov-1994 ..."). After it may come nothing, "GMT" or a numeric
+ * offset, which is not applied. Read as leniently as strptime reads them:
+ * English day and month names in any letter case, full or abbreviated, the
+ * day name not checked; one-digit fields; any white space where a blank
+ * is. Days and seconds past their end carry over (31 Feb is 3 Mar). Names
+ * are fixed in the library and no locale is read or set, so a host thread
+ * that formats dates in its own language meanwhile is not disturbed.
+ * -1 also for a date that time_t cannot hold. */
 HTTP_UTIL_API time_t http_atotm(const char *date);
 /* Reads toread body bytes (-1: up to the close) into out (may be NULL), or
  * into ref's on_data when set, leaving out the first skip bytes; reports
@@ -362,6 +392,9 @@ HTTP_UTIL_API int http_change_progess(uint32_t stage, http_progress_ref *ref, ui
 /* Uploads local_file to url (http:// only) as the one part, named "file1",
  * of a multipart/form-data POST. One attempt, no redirection. 0 when the
  * server answered 200; HTTP_UTIL_ERR_NOT_OK for another accepted status.
+ * The Host field is formed as a download's: an IPv6 literal in brackets,
+ * with the port unless it is 80 ("[::1]:8080"); without the brackets the
+ * field is malformed and strict servers answer 400.
  * The size sent in Content-Length is the file's size when it was opened:
  * never more bytes than that are sent, a file that grew is cut there, and
  * a file that shrank meanwhile ends the upload with HTTP_UTIL_ERR_READ_FILE.
@@ -453,6 +486,13 @@ HTTP_UTIL_API void touch(const char *path, time_t mtime);
  * even when dst is a URL too; else dst a URL uploads src. The download goes
  * to a temporary file beside dst that replaces dst only after a complete
  * transfer; on failure dst is untouched and the temporary file removed.
+ * The replacement survives a power loss at any moment: the temporary
+ * file's data is synced to storage (fsync) before it is renamed over dst,
+ * and the folder holding dst is synced after the rename; a file system that
+ * does not order data before a rename could otherwise leave dst empty. A
+ * failed sync of the data fails the copy with HTTP_UTIL_ERR_SAVE_FILE (dst
+ * untouched, the temporary file removed); a failed sync of the folder is
+ * only logged, the data being in place.
  * param is used as filled (max_redirect, ntry, post_file...), except that a
  * show_progress of 0 is set to 1 in the caller's record.
  * Results: HTTP_UTIL_ERR_PARAM for a NULL argument; PARAM_TOO_LONG for 256

@@ -22,6 +22,8 @@ pthread_mutex_t log_mutex = PTHREAD_MUTEX_INITIALIZER;
 FILE *log_out = nullptr;
 bool log_chosen = false;
 Category category;
+http_util_host_log_hook log_hook = nullptr;
+void *log_hook_ctx = nullptr;
 
 int open_log_locked(const char *path) {
     if (log_out != nullptr && log_out != stderr) fclose(log_out);
@@ -45,6 +47,12 @@ int http_util_host_set_log(const char *path) {
     return open_log_locked(path);
 }
 
+void http_util_host_set_log_hook(http_util_host_log_hook hook, void *ctx) {
+    MutexLock lock(&log_mutex);
+    log_hook = hook;
+    log_hook_ctx = ctx;
+}
+
 void *qz_zlog_init(const char *name) {
     MutexLock lock(&log_mutex);
     if (!log_chosen) (void)open_log_locked(getenv("HTTP_UTIL_HOST_LOG"));
@@ -54,23 +62,37 @@ void *qz_zlog_init(const char *name) {
 
 void qzdf_zlog(void *cat, const char *file, size_t filelen, const char *func, size_t funclen,
                long line, int level, const char *format, ...) {
-    MutexLock lock(&log_mutex);
-    if (cat == nullptr || log_out == nullptr) return;
-    struct timespec ts = {0, 0};
-    clock_gettime(CLOCK_REALTIME, &ts);
-    struct tm tm_buf;
-    char stamp[32] = "";
-    if (localtime_r(&ts.tv_sec, &tm_buf) != nullptr)
-        strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &tm_buf);
-    fprintf(log_out, "%s.%03ld %s %d %.*s %.*s:%ld ", stamp, ts.tv_nsec / 1000000,
-            static_cast<Category *>(cat)->name, level, static_cast<int>(filelen), file,
-            static_cast<int>(funclen), func, line);
+    if (cat == nullptr) return;
+    char text[1024];
     va_list ap;
     va_start(ap, format);
-    vfprintf(log_out, format, ap);
+    vsnprintf(text, sizeof text, format, ap);
     va_end(ap);
-    fputc('\n', log_out);
-    fflush(log_out);
+    http_util_host_log_hook hook = nullptr;
+    void *hook_ctx = nullptr;
+    {
+        MutexLock lock(&log_mutex);
+        hook = log_hook;
+        hook_ctx = log_hook_ctx;
+        if (log_out != nullptr) {
+            struct timespec ts = {0, 0};
+            clock_gettime(CLOCK_REALTIME, &ts);
+            struct tm tm_buf;
+            char stamp[32] = "";
+            if (localtime_r(&ts.tv_sec, &tm_buf) != nullptr)
+                strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &tm_buf);
+            fprintf(log_out, "%s.%03ld %s %d %.*s %.*s:%ld %s\n", stamp, ts.tv_nsec / 1000000,
+                    static_cast<Category *>(cat)->name, level, static_cast<int>(filelen), file,
+                    static_cast<int>(funclen), func, line, text);
+            fflush(log_out);
+        }
+    }
+    // Outside the lock: the hook may write to the log or change it.
+    if (hook != nullptr) {
+        char name[64];
+        snprintf(name, sizeof name, "%.*s", static_cast<int>(funclen), func);
+        hook(hook_ctx, name, text);
+    }
 }
 
 int printk_syslog_ext(int priority, const char *module, const char *level, int /*flag*/,

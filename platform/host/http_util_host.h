@@ -18,6 +18,16 @@ extern "C" {
  * up its log. Returns 0, or -1 when the file cannot be opened. */
 int http_util_host_set_log(const char *path);
 
+/* Called with every platform-log record the library writes: the name of the
+ * function that logged it and the formatted text (at most 1023 characters),
+ * while the library's platform log is on (g_http_util_zlog_level above 4).
+ * It runs on the thread of the transfer, after the record was written to
+ * the log file if one is chosen; it must not start a transfer itself. NULL
+ * removes it. A command-line program uses it to tell its user what a long
+ * transfer is doing, such as waiting to retry. */
+typedef void (*http_util_host_log_hook)(void *ctx, const char *func, const char *text);
+void http_util_host_set_log_hook(http_util_host_log_hook hook, void *ctx);
+
 /* Where the terminal display goes (default: standard output). */
 void http_util_host_set_terminal_output(FILE *out);
 

@@ -29,6 +29,33 @@ bool is_ascii(const char *s) {
     return true;
 }
 
+constexpr http_util_internal::LogName kCopy = {"http_util", "http_util_copy"};
+
+// Puts what path holds on storage: a file's data, or a folder's entries.
+// False, logged, when it cannot.
+bool sync_to_storage(const char *path, int flags) {
+    http_util_internal::UniqueFd fd(open(path, flags | O_CLOEXEC));
+    if (!fd) {
+        HTTP_LOG_AS(kCopy, "open to fsync failed.");
+        return false;
+    }
+    if (fsync(fd.get()) != 0) {
+        HTTP_LOG_AS(kCopy, "fsync failed.");
+        return false;
+    }
+    return true;
+}
+
+// The folder that holds path: "." for a bare name, "/" for a name at the root.
+void folder_of(const char *path, char (&folder)[kMaxArgLen + 1]) {
+    const char *slash = strrchr(path, '/');
+    if (slash == nullptr)
+        http_util_internal::copy_bounded(folder, ".");
+    else
+        http_util_internal::copy_bounded(
+            folder, std::string_view(path, slash == path ? 1 : static_cast<size_t>(slash - path)));
+}
+
 }  // namespace
 
 extern "C" HTTP_UTIL_API int http_util_copy(const char *src, const char *dst,
@@ -79,19 +106,21 @@ extern "C" HTTP_UTIL_API int http_util_copy(const char *src, const char *dst,
         (void)unlink(local.get());
         return rc;
     }
+    // Durable order: on a file system that does not write the data before
+    // the rename, a power loss in between would leave an empty destination.
+    if (!sync_to_storage(local.get(), O_WRONLY)) {
+        (void)unlink(local.get());
+        return HTTP_UTIL_ERR_SAVE_FILE;
+    }
     if (rename(local.get(), dst) != 0) {
         HTTP_LOG("rename file failed:%s", strerror(errno));
         (void)unlink(local.get());
         return HTTP_UTIL_ERR_SAVE_FILE;
     }
-    // The rename is only durable once the data is on storage; a failure here
-    // leaves the file in place, so the copy still succeeded.
-    int fd = open(dst, O_WRONLY | O_CLOEXEC);
-    if (fd < 0) {
-        HTTP_LOG("open to fsync failed.");
-    } else {
-        if (fsync(fd) != 0) HTTP_LOG("fsync failed.");
-        (void)close(fd);
-    }
+    // The new entry lasts once its folder is on storage. The data is in
+    // place already, so a failure here leaves the copy a success.
+    char folder[kMaxArgLen + 1];
+    folder_of(dst, folder);
+    (void)sync_to_storage(folder, O_RDONLY | O_DIRECTORY);
     return HTTP_UTIL_OK;
 }

@@ -42,19 +42,15 @@ enum class RetryAction {
 };
 RetryAction retry_action(int code);
 
-// Current local time as "%Y-%m-%d %H:%M:%S" in a buffer shared by every
-// call, or null when the clock cannot be converted.
-const char *download_time_text();
+// Current local time as "%Y-%m-%d %H:%M:%S" in the caller's buffer, or
+// null when the clock cannot be converted.
+const char *download_time_text(char (&text)[32]);
 
 // One GET attempt at the URL into ref->local_file through util.
 int http_get(http_url_param *url, http_util *util, http_progress_ref *ref);
 
 // Writes the request head; 0, or -1 when a line was not written.
 int http_get_request(http_util *util, const http_url_param *url, int32_t start);
-
-// The Host value for url: the host alone for port 80, host:port otherwise,
-// an IPv6 literal in brackets. Returns what snprintf returns.
-int format_host_value(char *buf, size_t size, const http_url_param *url);
 
 }  // namespace http_util_internal
 

@@ -35,9 +35,6 @@ constexpr RetryRow kRetryTable[] = {
     {HTTP_UTIL_ERR_SAVE_FILE, RetryAction::SaveFailed},
 };
 
-// One buffer for every call: the log lines only need it until they are written.
-char time_text[32];
-
 // printf of a null %s is undefined; the text then reads as glibc prints it.
 const char *or_null(const char *s) { return s != nullptr ? s : "(null)"; }
 
@@ -49,12 +46,12 @@ RetryAction retry_action(int code) {
     return RetryAction::Unknown;
 }
 
-const char *download_time_text() {
+const char *download_time_text(char (&text)[32]) {
     time_t now = qz_time_get(2);
     struct tm tm;
     if (localtime_r(&now, &tm) == nullptr) return nullptr;
-    if (strftime(time_text, sizeof time_text, "%Y-%m-%d %H:%M:%S", &tm) == 0) return nullptr;
-    return time_text;
+    if (strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &tm) == 0) return nullptr;
+    return text;
 }
 
 double random_pause_seconds(int wait, const uint32_t (&draws)[4]) {
@@ -101,13 +98,14 @@ int http_get_loop(http_progress *progress, char (&url_buf)[kUrlBufSize], http_ur
         const int32_t ntry = url->param.ntry;
         int32_t count = 0;
         bool done = false;
+        char when[32];  // each call its own: transfers on other threads log too
         while (!done && count <= ntry) {
             if (count != 0) http_sleep_between_retrievals(count);
-            HTTP_LOG("--%s--", or_null(download_time_text()));
+            HTTP_LOG("--%s--", or_null(download_time_text(when)));
             result = http_get(url, util, &ref);
             switch (retry_action(result)) {
             case RetryAction::Done:
-                HTTP_LOG("end download %d --%s--", result, or_null(download_time_text()));
+                HTTP_LOG("end download %d --%s--", result, or_null(download_time_text(when)));
                 done = true;
                 break;
             case RetryAction::Count:

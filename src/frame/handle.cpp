@@ -29,7 +29,7 @@ HTTP_UTIL_API http_util *http_create_util(void) {
 
 HTTP_UTIL_API void http_free_util(http_util *util) {
     if (util == nullptr) return;
-    if (util->socket != -1) (void)close(util->socket);
+    http_util_internal::http_util_close_socket(util);
     free(util);
 }
 

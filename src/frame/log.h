@@ -42,6 +42,13 @@ constexpr uint32_t log_origin(const char *module, size_t func_len, long line) {
            static_cast<uint32_t>(func_len);
 }
 
+// The module and function a record names, for log points that do not sit
+// in the function they log for (HTTP_LOG_AS).
+struct LogName {
+    const char *module;  // one of kLogModules
+    const char *func;
+};
+
 // The parts of the step that do not depend on the format live out of line:
 // a log point then holds little more than its tests and its two formatting
 // calls, which keeps the library small (there are some 150 points).
@@ -56,7 +63,8 @@ void log_emit(const char *func, uint32_t origin, const char *text, int saved_err
 
 }  // namespace http_util_internal
 
-#define HTTP_LOG(...)                                                                        \
+// The step itself, for a record named func with origin as log_origin packs it.
+#define HTTP_LOG_EMIT_(func, origin, ...)                                                    \
     do {                                                                                     \
         if (g_http_opt.debug) {                                                              \
             int http_log_errno_ = http_util_internal::log_saved_errno();                     \
@@ -65,18 +73,37 @@ void log_emit(const char *func, uint32_t origin, const char *text, int saved_err
             http_util_internal::log_restore_errno(http_log_errno_);                          \
         }                                                                                    \
         if (g_http_util_zlog_level > 4) {                                                    \
-            static_assert(__LINE__ < 0x10000 && sizeof(__func__) < 0x8000, "origin fits");  \
-            static_assert(http_util_internal::log_same(HTTP_LOG_MODULE, "http_util") ||      \
-                              http_util_internal::log_same(HTTP_LOG_MODULE, "http_upload"),  \
-                          "a known module");                                                 \
             char http_log_buf_[http_util_internal::kLogBufSize];                            \
             int http_log_errno_ = http_util_internal::log_clear(http_log_buf_);              \
             (void)at_snprintf(http_log_buf_, sizeof http_log_buf_, __VA_ARGS__);             \
-            http_util_internal::log_emit(                                                    \
-                __func__,                                                                    \
-                http_util_internal::log_origin(HTTP_LOG_MODULE, sizeof(__func__) - 1, __LINE__), \
-                http_log_buf_, http_log_errno_);                                             \
+            http_util_internal::log_emit(func, origin, http_log_buf_, http_log_errno_);      \
         }                                                                                    \
+    } while (0)
+
+// A record of the enclosing function.
+#define HTTP_LOG(...)                                                                        \
+    do {                                                                                     \
+        static_assert(__LINE__ < 0x10000 && sizeof(__func__) < 0x8000, "origin fits");      \
+        static_assert(http_util_internal::log_same(HTTP_LOG_MODULE, "http_util") ||          \
+                          http_util_internal::log_same(HTTP_LOG_MODULE, "http_upload"),      \
+                      "a known module");                                                     \
+        HTTP_LOG_EMIT_(__func__,                                                             \
+                       http_util_internal::log_origin(HTTP_LOG_MODULE, sizeof(__func__) - 1, \
+                                                      __LINE__),                             \
+                       __VA_ARGS__);                                                         \
+    } while (0)
+
+// A record of a step that works for several functions, named after the one
+// it works for (a LogName), so that moving a log point into a shared step
+// leaves the record as it was.
+#define HTTP_LOG_AS(name, ...)                                                               \
+    do {                                                                                     \
+        static_assert(__LINE__ < 0x10000, "origin fits");                                    \
+        const http_util_internal::LogName &http_log_name_ = (name);                          \
+        HTTP_LOG_EMIT_(http_log_name_.func,                                                  \
+                       http_util_internal::log_origin(http_log_name_.module,                 \
+                                                      strlen(http_log_name_.func), __LINE__), \
+                       __VA_ARGS__);                                                         \
     } while (0)
 
 #endif

@@ -1,4 +1,6 @@
 // Process-wide options, the debug switch and the once-only log set-up.
+#include <pthread.h>
+
 #include "frame/log.h"
 #include "http_util.h"
 #include "platform/device.h"
@@ -12,8 +14,17 @@ HTTP_UTIL_API void *g_http_util_zlog_category = nullptr;
 }  // extern "C"
 
 namespace {
-int inited = 0;
+
+pthread_once_t init_once = PTHREAD_ONCE_INIT;
+
+// The category is published with release ordering, and read with acquire
+// ordering by every record: a thread that logs without having called
+// http_util_init itself sees either no category or a set-up one.
+void init_log() {
+    __atomic_store_n(&g_http_util_zlog_category, qz_zlog_init("http_util"), __ATOMIC_RELEASE);
 }
+
+}  // namespace
 
 namespace http_util_internal {
 
@@ -28,9 +39,10 @@ int log_clear(char (&text)[kLogBufSize]) {
 }
 
 void log_emit(const char *func, uint32_t origin, const char *text, int saved_errno) {
-    if (g_http_util_zlog_category != nullptr) {
+    void *category = __atomic_load_n(&g_http_util_zlog_category, __ATOMIC_ACQUIRE);
+    if (category != nullptr) {
         const char *module = kLogModules[origin >> 15 & 1];
-        qzdf_zlog(g_http_util_zlog_category, module, strlen(module), func, origin & 0x7fff,
+        qzdf_zlog(category, module, strlen(module), func, origin & 0x7fff,
                   static_cast<long>(origin >> 16), kLogLevel, "%s", text);
     }
     errno = saved_errno;
@@ -46,12 +58,9 @@ HTTP_UTIL_API void http_close_debug(void) { g_http_opt.debug = 0; }
 
 HTTP_UTIL_API void http_set_options(const http_opt *opt) { g_http_opt = *opt; }
 
-// A failed set-up (NULL category) is kept: logging stays off rather than
-// asking the platform again on every transfer.
-HTTP_UTIL_API void http_util_init(void) {
-    if (inited) return;
-    g_http_util_zlog_category = qz_zlog_init("http_util");
-    inited = 1;
-}
+// Runs the set-up once, however many threads arrive together; the others
+// wait until it is done. A failed set-up (NULL category) is kept: logging
+// stays off rather than asking the platform again on every transfer.
+HTTP_UTIL_API void http_util_init(void) { (void)pthread_once(&init_once, init_log); }
 
 }  // extern "C"

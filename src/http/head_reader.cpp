@@ -70,6 +70,61 @@ const char *http_response_head_terminator(const char *start, const char *peeked,
     return nullptr;
 }
 
+namespace {
+
+// Every record of the steps below names the head reader.
+constexpr LogName kHunk = {"http_util", "http_fd_read_hunk"};
+
+// One peek at what has come, reported to the progress function after a wait
+// that timed out too, so that the user sees the wait and can cancel it. The
+// bytes peeked; 0 after a time-out; -1 with *err set when no head can come.
+int peek_and_report(int fd, char *at, int tail, long bufsize, http_url_param *url, int *err) {
+    int n = http_fd_peek(fd, at, static_cast<size_t>(bufsize - 1 - tail), kPeekWait);
+    if (n == 0 || (n < 0 && errno != ETIMEDOUT)) {
+        *err = HTTP_UTIL_ERR_RECV_RSP;
+        return -1;
+    }
+    if (n > 0) HTTP_LOG_AS(kHunk, "peek length: %d, tail: %d, bufsize: %ld.", n, tail, bufsize);
+    if (http_change_progess(HTTP_UTIL_PROGRESS_HEAD, nullptr, n > 0 ? static_cast<uint32_t>(n) : 0,
+                            url) != 0) {
+        HTTP_LOG_AS(kHunk, "cancle by user.");
+        *err = HTTP_UTIL_ERR_CANCELED;
+        return -1;
+    }
+    return n > 0 ? n : 0;
+}
+
+// A full buffer doubles, up to the largest head: HTTP_UTIL_OK or a code.
+int grow_head_buffer(MallocPtr<char> *buf, long *bufsize, int tail) {
+    if (*bufsize >= kHeadMaxSize) {
+        HTTP_LOG_AS(kHunk, "reached maxsize, bufsize: %ld.", *bufsize);
+        return HTTP_UTIL_ERR_HEAD_TOO_LONG;
+    }
+    long grown = std::min(*bufsize * 2, kHeadMaxSize);
+    char *old = buf->release();
+    auto *p = static_cast<char *>(realloc(old, static_cast<size_t>(grown)));
+    if (p == nullptr) {
+        buf->reset(old);  // still ours to free
+        HTTP_LOG_AS(kHunk, "realloc error, bufsize: %ld.", grown);
+        return HTTP_UTIL_ERR_NOMEM;
+    }
+    buf->reset(p);
+    memset(p + tail, 0, static_cast<size_t>(grown - tail));
+    *bufsize = grown;
+    return HTTP_UTIL_OK;
+}
+
+// The status code of the head in buf, read from its first line alone.
+int head_status(char *buf, int len) {
+    auto *lf = static_cast<char *>(memchr(buf, '\n', static_cast<size_t>(len)));
+    if (lf != nullptr) *lf = '\0';
+    int status = http_status_code(buf);
+    if (lf != nullptr) *lf = '\n';
+    return status;
+}
+
+}  // namespace
+
 char *http_fd_read_hunk(int fd, http_url_param *url, int *err) {
     long bufsize = kHeadInitialSize;
     MallocPtr<char> buf(static_cast<char *>(calloc(1, static_cast<size_t>(bufsize))));
@@ -88,21 +143,9 @@ char *http_fd_read_hunk(int fd, http_url_param *url, int *err) {
             return nullptr;
         }
         char *at = buf.get() + tail;
-        int n = http_fd_peek(fd, at, static_cast<size_t>(bufsize - 1 - tail), kPeekWait);
-        if (n == 0 || (n < 0 && errno != ETIMEDOUT)) {
-            *err = HTTP_UTIL_ERR_RECV_RSP;
-            return nullptr;
-        }
-        if (n > 0) HTTP_LOG("peek length: %d, tail: %d, bufsize: %ld.", n, tail, bufsize);
-        // Reported after every peek, a wait that timed out included, so the
-        // user sees the wait and can cancel it.
-        if (http_change_progess(HTTP_UTIL_PROGRESS_HEAD, nullptr, n > 0 ? static_cast<uint32_t>(n) : 0,
-                                url) != 0) {
-            HTTP_LOG("cancle by user.");
-            *err = HTTP_UTIL_ERR_CANCELED;
-            return nullptr;
-        }
-        if (n < 0) continue;
+        int n = peek_and_report(fd, at, tail, bufsize, url, err);
+        if (n < 0) return nullptr;
+        if (n == 0) continue;
 
         const char *end = http_response_head_terminator(buf.get(), at, n);
         int amount = n;
@@ -123,19 +166,14 @@ char *http_fd_read_hunk(int fd, http_url_param *url, int *err) {
         buf.get()[tail] = '\0';
         HTTP_LOG("rdlen: %d, tail: %d", got, tail);
         if (got == 0) {
-            if (tail == 0) {
-                *err = HTTP_UTIL_ERR_RECV_RSP;
-                return nullptr;
-            }
-            return buf.release();
+            if (tail != 0) return buf.release();
+            *err = HTTP_UTIL_ERR_RECV_RSP;
+            return nullptr;
         }
         if (end != nullptr && got == amount) {
             // A 1xx head comes before the final one: skip it, still
             // within the deadline of the whole call.
-            auto *lf = static_cast<char *>(memchr(buf.get(), '\n', static_cast<size_t>(tail)));
-            if (lf != nullptr) *lf = '\0';
-            int status = http_status_code(buf.get());
-            if (lf != nullptr) *lf = '\n';
+            int status = head_status(buf.get(), tail);
             if (status < 100 || status > 199) return buf.release();
             HTTP_LOG("interim response %d skipped.", status);
             memset(buf.get(), 0, static_cast<size_t>(bufsize));
@@ -144,23 +182,11 @@ char *http_fd_read_hunk(int fd, http_url_param *url, int *err) {
         }
 
         if (tail == bufsize - 1) {
-            if (bufsize >= kHeadMaxSize) {
-                HTTP_LOG("reached maxsize, bufsize: %ld.", bufsize);
-                *err = HTTP_UTIL_ERR_HEAD_TOO_LONG;
+            int rc = grow_head_buffer(&buf, &bufsize, tail);
+            if (rc != HTTP_UTIL_OK) {
+                *err = rc;
                 return nullptr;
             }
-            long grown = std::min(bufsize * 2, kHeadMaxSize);
-            char *old = buf.release();
-            auto *p = static_cast<char *>(realloc(old, static_cast<size_t>(grown)));
-            if (p == nullptr) {
-                buf.reset(old);  // still ours to free
-                HTTP_LOG("realloc error, bufsize: %ld.", grown);
-                *err = HTTP_UTIL_ERR_NOMEM;
-                return nullptr;
-            }
-            buf.reset(p);
-            memset(p + tail, 0, static_cast<size_t>(grown - tail));
-            bufsize = grown;
         }
     }
 }

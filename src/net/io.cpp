@@ -59,6 +59,16 @@ constexpr int kOnceCalls = 6;
 
 bool transient(int err) { return err == EINTR || err == EAGAIN; }
 
+// A socket whose peer has gone makes a plain write raise SIGPIPE, whose
+// default action kills the host program; the library may neither catch the
+// signal nor touch the process's signal mask, so it asks send to fail with
+// EPIPE instead. A descriptor that is not a socket gets a plain write.
+ssize_t write_no_sigpipe(int fd, const void *buf, size_t count) {
+    ssize_t n = send(fd, buf, count, MSG_NOSIGNAL);
+    if (n == -1 && errno == ENOTSOCK) n = write(fd, buf, count);
+    return n;
+}
+
 // After a failed readiness wait: -1, with ETIMEDOUT when the limit passed.
 int wait_failed(int ready) {
     if (ready == 0) errno = ETIMEDOUT;
@@ -107,11 +117,9 @@ bool call_refused(int err) {
 
 namespace http_util_internal {
 
-bool g_fast_path = true;
-
 bool recv_at_once(int fd, void *buf, size_t len, int flags, int *result) {
     // A zero-length call returns at once where the waiting path waits first.
-    if (!g_fast_path || len == 0) return false;
+    if (len == 0) return false;
     int before = errno;
     ssize_t n = recv(fd, buf, len, flags | MSG_DONTWAIT);
     if (n >= 0 || !call_refused(errno)) {
@@ -133,13 +141,11 @@ int fast_read(int fd, void *buf, unsigned max, int seconds) {
 // back, and a stalled peer would then see other progress and time-outs.
 // The wait's own readiness test, asked without waiting, keeps them alike.
 int fast_write_nonblock(int fd, const void *buf, unsigned count, int seconds) {
-    if (g_fast_path) {
-        pollfd p = {fd, POLLOUT, 0};
-        int before = errno;
-        if (poll(&p, 1, 0) == 1 && (p.revents & POLLNVAL) == 0)
-            return once_retrying([&] { return write(fd, buf, count); });
-        errno = before;
-    }
+    pollfd p = {fd, POLLOUT, 0};
+    int before = errno;
+    if (poll(&p, 1, 0) == 1 && (p.revents & POLLNVAL) == 0)
+        return once_retrying([&] { return write_no_sigpipe(fd, buf, count); });
+    errno = before;
     return http_util_fd_write_nonblock(fd, buf, count, seconds);
 }
 
@@ -154,7 +160,7 @@ HTTP_UTIL_API int http_util_fd_write(int fd, const void *buf, int count, int /*t
     size_t left = static_cast<size_t>(count);
     int waits = 0;
     for (;;) {
-        ssize_t n = write(fd, p, left);
+        ssize_t n = write_no_sigpipe(fd, p, left);
         if (n > 0) {
             p += n;
             left -= static_cast<size_t>(n);
@@ -177,7 +183,7 @@ HTTP_UTIL_API int http_util_fd_write_nonblock(int fd, const void *buf, unsigned 
         HTTP_LOG("select failed, return: %d", ready);
         return wait_failed(ready);
     }
-    return once_retrying([&] { return write(fd, buf, count); });
+    return once_retrying([&] { return write_no_sigpipe(fd, buf, count); });
 }
 
 HTTP_UTIL_API int http_util_fd_read(int fd, void *buf, unsigned max, int seconds) {
@@ -200,7 +206,11 @@ static const char *ip_text(char (&text)[128], int family, const void *addr, uint
 }
 
 HTTP_UTIL_API const char *http_sock_ntop(const struct sockaddr *sa, int salen) {
-    static char text[128];
+    // One area per thread: parallel transfers never show each other's
+    // address. Initial-exec, so that no __tls_get_addr call makes the
+    // library depend on the dynamic loader; the 128 bytes come from the
+    // static TLS that the C library keeps for libraries opened later.
+    static thread_local char text[128] __attribute__((tls_model("initial-exec")));
     switch (sa->sa_family) {
     case AF_INET: {
         const auto *sin = reinterpret_cast<const sockaddr_in *>(sa);

@@ -30,9 +30,7 @@ int http_select_fd(int fd, WaitMs wait, int direction);
 // The readiness fast path. A socket that already holds data (or room) needs
 // no wait: the call is tried once without blocking, and only when that does
 // not settle it does the wait-then-call path run, so results, errno, log
-// records and progress calls stay those of the waiting path. Tests clear
-// the switch to run that path alone.
-extern bool g_fast_path;
+// records and progress calls stay those of the waiting path.
 
 // One try of recv with MSG_DONTWAIT added to flags. True when it settled the
 // call: bytes, the end of the stream, or an error the socket itself reported

@@ -1,6 +1,8 @@
 // http_util_copy against a scripted server: the destination is replaced
 // only by a complete download, and no temporary file outlives the call.
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +13,7 @@
 #include "../download/wire_util.h"
 #include "fake_device.h"
 #include "http_util.h"
+#include "interpose.h"
 #include "scripted_server.h"
 #include "temp_dir.h"
 
@@ -47,19 +50,22 @@ TEST_F(CopyWire, FailedDownloadLeavesTheDestinationAndNoTemporaryFile) {
         const char *name;
         std::string reply;
         int expected;
+        int fsync_errno;
     };
     std::vector<Row> rows = {
         {"not found", "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n",
-         HTTP_UTIL_ERR_NOT_FOUND},
-        {"cut connection", ok_head(3000) + pattern(1500), HTTP_UTIL_ERR_RECV_DATA},
+         HTTP_UTIL_ERR_NOT_FOUND, 0},
+        {"cut connection", ok_head(3000) + pattern(1500), HTTP_UTIL_ERR_RECV_DATA, 0},
+        {"data not synced", ok_head(2) + "ok", HTTP_UTIL_ERR_SAVE_FILE, EIO},
     };
     // Regression: such a length read as 0 and replaced the destination with nothing.
     for (const char *length : {"zzz", "-1", "12abc", "99999999999"})
         rows.push_back({length, std::string("HTTP/1.1 200 OK\r\nContent-Length: ") + length + "\r\n\r\n" +
-                                    pattern(100), HTTP_UTIL_ERR_RSP_FORMAT});
+                                    pattern(100), HTTP_UTIL_ERR_RSP_FORMAT, 0});
     for (const Row &r : rows) {
         SCOPED_TRACE(r.name);
         dltest::write_file(dst, "old contents");
+        interpose::fail_fsync_errno = r.fsync_errno;
         scripted::Server srv;
         srv.read_request().send(r.reply).close();
         srv.start();
@@ -67,6 +73,25 @@ TEST_F(CopyWire, FailedDownloadLeavesTheDestinationAndNoTemporaryFile) {
         EXPECT_EQ(dltest::read_file(dst), "old contents");
         EXPECT_EQ(names(), std::vector<std::string>{"dst.bin"});
     }
+}
+
+// Power may fail at any moment: the data reaches storage before the rename
+// makes it the destination, and the folder's new entry after it.
+TEST_F(CopyWire, DataIsSyncedBeforeTheRenameAndTheFolderAfterIt) {
+    scripted::Server srv;
+    srv.read_request().send(ok_head(2) + "ok");
+    srv.start();
+    EXPECT_EQ(http_util_copy(srv.url("/a.bin").c_str(), dst.c_str(), &param), HTTP_UTIL_OK);
+    std::string calls;
+    for (const std::string &c : interpose::file_calls) calls += c + "\n";
+    const size_t at = calls.find("rename " + dst + ".");
+    ASSERT_NE(at, std::string::npos) << calls;
+    const std::string tmp = calls.substr(at + 7, dst.size() + 7);
+    char *real = realpath(dir.path().c_str(), nullptr);
+    const std::string folder = real;
+    free(real);
+    EXPECT_EQ(calls, "fsync " + folder + tmp.substr(dir.path().size()) + "\nrename " + tmp + " " +
+                         dst + "\nfsync " + folder + "\n");
 }
 
 TEST_F(CopyWire, TwoUrlsDownloadToTheSecondTextAsALocalPath) {

@@ -109,7 +109,8 @@ TEST_F(Driver, OnlyTheFirstPauseIsRandomisedAndLogged) {
 }
 
 TEST_F(Driver, TimeTextIsTheDeviceClockInLocalTime) {
-    const char *t = http_util_internal::download_time_text();
+    char text[32];
+    const char *t = http_util_internal::download_time_text(text);
     ASSERT_NE(t, nullptr);
     EXPECT_TRUE(std::regex_match(t, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)"))) << t;
     ASSERT_FALSE(fake::device().time_calls.empty());
@@ -119,7 +120,8 @@ TEST_F(Driver, TimeTextIsTheDeviceClockInLocalTime) {
 TEST_F(Driver, TimeTextIsAbsentWhenTheClockCannotBeConverted) {
     if (sizeof(time_t) < 8) GTEST_SKIP() << "every 32-bit time converts";
     fake::device().now = static_cast<time_t>(LLONG_MAX);
-    EXPECT_EQ(http_util_internal::download_time_text(), nullptr);
+    char text[32];
+    EXPECT_EQ(http_util_internal::download_time_text(text), nullptr);
 }
 
 TEST_F(Driver, NullUrlIsRefusedBeforeAnyResolution) {

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "download/download.h"
+#include "http/connection.h"
 #include "http_util.h"
 
 namespace {

@@ -142,6 +142,7 @@ TEST_F(GetWire, UndeletablePartialFileDoesNotRestartForever) {
     srv.start();
     EXPECT_EQ(http_download_file_ntry(srv.url("/b.bin").c_str(), file.c_str(), 0),
               HTTP_UTIL_ERR_SAVE_FILE);
+    interpose::fail_unlink_path.clear();  // else the folder outlives the test
     ASSERT_TRUE(srv.wait());
     EXPECT_EQ(srv.connections(), 1u);
     EXPECT_TRUE(fake::logged("Cannot write to " + file + " (Operation not permitted)."));

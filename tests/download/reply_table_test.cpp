@@ -15,7 +15,7 @@
 
 #include "download_test_util.h"
 #include "http_util.h"
-#include "net/io.h"
+#include "interpose.h"
 #include "scripted_server.h"
 #include "temp_dir.h"
 #include "wire_util.h"
@@ -67,7 +67,7 @@ std::string bare_lf(std::string s) {
 class ReplyTable : public dltest::WireTest {
 protected:
     void TearDown() override {
-        http_util_internal::g_fast_path = true;
+        interpose::force_waiting_path = false;
         dltest::WireTest::TearDown();
     }
 
@@ -81,9 +81,9 @@ protected:
         if (cut != kWhole) srv.send(reply.substr(0, cut)).taken();
         srv.send(cut == kWhole ? reply : reply.substr(cut)).close();
         srv.start();
-        http_util_internal::g_fast_path = fast;
+        interpose::force_waiting_path = !fast;
         EXPECT_EQ(http_download_file_ntry(srv.url("/f.bin").c_str(), file_.c_str(), 0), c.result);
-        http_util_internal::g_fast_path = true;
+        interpose::force_waiting_path = false;
         EXPECT_EQ(dltest::exists(file_) ? dltest::read_file(file_) : kNoFile, c.file);
         ASSERT_TRUE(srv.wait());
         EXPECT_EQ(srv.request(), dltest::get_request("/f.bin", dltest::host_of(srv)));

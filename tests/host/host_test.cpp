@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <string>
 
 #include "http_util_host.h"
 #include "platform/device.h"
@@ -146,7 +147,16 @@ TEST(HostLog, RecordsGoToTheChosenFile) {
     ASSERT_EQ(http_util_host_set_log(path), 0);
     void *cat = qz_zlog_init("http_util");
     ASSERT_NE(cat, nullptr);
-    qzdf_zlog(cat, "http_util", 9, "http_select_fd", 14, 12, 20, "%s", "epoll fd create fail.");
+    std::string seen;  // the hook sees each record as well
+    http_util_host_set_log_hook(
+        [](void *ctx, const char *func, const char *text) {
+            *static_cast<std::string *>(ctx) += std::string(func) + ": " + text;
+        },
+        &seen);
+    qzdf_zlog(cat, "http_util", 9, "http_select_fd_and_more", 14, 12, 20, "%s",
+              "epoll fd create fail.");
+    http_util_host_set_log_hook(nullptr, nullptr);
+    EXPECT_EQ(seen, "http_select_fd: epoll fd create fail.");
     ASSERT_EQ(http_util_host_set_log(nullptr), 0);
     FILE *f = fopen(path, "r");
     ASSERT_NE(f, nullptr);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "fake_device.h"
+#include "foreign_locale.h"
 #include "frame/handle.h"
 #include "http_util.h"
 
@@ -88,27 +89,44 @@ TEST(ContentRange, ParsesAsTheTableSays) {
 
 constexpr time_t kNov6 = 784111777;  // Sun, 06 Nov 1994 08:49:37 GMT
 
-TEST(HttpDate, ReadsTheFourFormsAsUtc) {
+// Every form servers have used, the leniencies of the C library's reader
+// that dates were once read with, and what is refused; run in the C locale
+// and again with the host's LC_TIME in German, which changes nothing.
+TEST(HttpDate, ReadsEveryFormAlikeInAnyHostLocale) {
+    const time_t k2068 = sizeof(time_t) > 4 ? static_cast<time_t>(3119417377) : -1;
     const std::pair<const char *, time_t> cases[] = {
-        {"Sun, 06 Nov 1994 08:49:37 GMT", kNov6},
-        {"Sunday, 06-Nov-94 08:49:37 GMT", kNov6},
-        {"Sun Nov  6 08:49:37 1994", kNov6},
-        {"Sun, 06-Nov-1994 08:49:37 GMT", kNov6},
+        {"Sun, 06 Nov 1994 08:49:37 GMT", kNov6},           // IMF-fixdate
+        {"Sunday, 06-Nov-94 08:49:37 GMT", kNov6},          // RFC 850
+        {"Sun Nov  6 08:49:37 1994", kNov6},                 // asctime
+        {"Sun, 06-Nov-1994 08:49:37 GMT", kNov6},           // dashes
+        {"Sunday, 06-Nov-1994 08:49:37 GMT", kNov6},        // dashes, full day name
+        {"sUNDAY,6 november 1994 8:49:37", kNov6},          // any case, full names, one digit
+        {"Mon, 06 Nov 1994 08:49:37 GMT", kNov6},           // the day name is not checked
+        {"Sun,\t06  Nov 1994 08: 49: 37 GMT", kNov6},       // any white space, none, or before numbers
         {"Sun, 06 Nov 1994 08:49:37 GMTanything", kNov6},
-        {"Sun, 06 Nov 1994 08:49:37 +0100", kNov6},  // accepted, not applied
+        {"Sun, 06 Nov 1994 08:49:37 +0100", kNov6},         // accepted, not applied
+        {"Sun, 06 Nov 1994 08:49:60 GMT", kNov6 + 23},      // a leap second carries over
+        {"Thu, 31 Feb 1994 08:49:37 GMT", 762684577},       // so does a day: 3 March
+        {"Thursday, 06-Nov-69 08:49:37 GMT", -4806623},     // two-digit years from 1969
+        {"Thursday, 06-Nov-68 08:49:37 GMT", k2068},        // to 2068 (not in a 32-bit time_t)
         {"Sun, 06 Nov 1994 08:49:37 UTC", -1},
         {"Sun, 06 Nov 1994 08:49:37 gmt", -1},
         {"Sun, 06 Nov 1994 08:49:37 -", -1},
+        {"Sun, 32 Nov 1994 08:49:37 GMT", -1},
+        {"Sun, 06 Nov 1994 24:00:00 GMT", -1},
+        {"Sun, 06 Nov 1994 08:49 GMT", -1},
+        {"Sun, 06 Sept 1994 08:49:37 GMT", -1},
+        {"So, 06 Okt 1994 08:49:37 GMT", -1},               // English names only
         {"", -1},
     };
-    for (const auto &[text, time] : cases) EXPECT_EQ(http_atotm(text), time) << text;
-}
-
-TEST(HttpDate, RestoresTheCallersTimeLocale) {
-    ASSERT_NE(setlocale(LC_TIME, "C.UTF-8"), nullptr);
-    EXPECT_EQ(http_atotm("Sun, 06 Nov 1994 08:49:37 GMT"), kNov6);
-    EXPECT_EQ(http_atotm("not a date"), -1);
-    EXPECT_STREQ(setlocale(LC_TIME, nullptr), "C.UTF-8");
+    for (bool german : {false, true}) {
+        if (german) {
+            ASSERT_TRUE(peer::use_foreign_time_locale()) << peer::kForeignTimeLocale;
+        }
+        for (const auto &[text, time] : cases)
+            EXPECT_EQ(http_atotm(text), time) << text << (german ? " (German LC_TIME)" : "");
+    }
+    EXPECT_STREQ(setlocale(LC_TIME, nullptr), peer::kForeignTimeLocale);
     setlocale(LC_TIME, "C");
 }
 

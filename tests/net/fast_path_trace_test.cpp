@@ -7,7 +7,6 @@
 #include <dirent.h>
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -24,7 +23,6 @@
 #include "fake_device.h"
 #include "http_util.h"
 #include "interpose.h"
-#include "net/io.h"
 #include "scripted_server.h"
 #include "temp_dir.h"
 
@@ -166,16 +164,6 @@ std::string normalised(std::string s, uint16_t port) {
 
 class FastPathTrace : public testing::Test {
 protected:
-    void SetUp() override {
-        struct sigaction ignore = {};
-        ignore.sa_handler = SIG_IGN;
-        sigaction(SIGPIPE, &ignore, &old_pipe_);
-    }
-    void TearDown() override {
-        http_util_internal::g_fast_path = true;
-        sigaction(SIGPIPE, &old_pipe_, nullptr);
-    }
-
     // The whole observable trace of one scenario run one way.
     std::string trace(const Scenario &sc, bool fast) {
         fake::reset();
@@ -185,7 +173,7 @@ protected:
         // deadline runs out, however long a run takes.
         interpose::fake_monotonic = timespec{5000, 0};
         for (int k : sc.keys) fake::device().keys.push_back(k);
-        http_util_internal::g_fast_path = fast;
+        interpose::force_waiting_path = !fast;
         counts_.clear();
         taken_.clear();
         cancel_at_ = sc.cancel_at;
@@ -198,7 +186,7 @@ protected:
         Outcome run = perform(sc, srv, done);
         srv.wait();
         run.request = srv.request();
-        http_util_internal::g_fast_path = true;
+        interpose::force_waiting_path = false;
         interpose::fake_monotonic.reset();
         return normalised(describe(run), srv.port());
     }
@@ -305,7 +293,6 @@ private:
     }
 
     TempDir dir_;
-    struct sigaction old_pipe_ = {};
     std::vector<uint32_t> counts_;
     size_t cancel_at_ = 0;
     std::string taken_;

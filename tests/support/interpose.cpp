@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -29,11 +30,14 @@ bool skip_pauses = false;
 std::string fail_strdup_text;
 std::string taken_prefix;
 std::string fail_unlink_path;
+std::vector<std::string> file_calls;
+int fail_fsync_errno = 0;
 size_t fail_calloc_bytes = 0;
 int watch_write_fd = -1;
 std::vector<size_t> writes;
 std::set<int> sockopt_pretend_ok;
 int fail_bind_errno = 0;
+bool force_waiting_path = false;
 
 namespace {
 std::mutex sockopt_mutex;
@@ -77,9 +81,12 @@ void reset() {
     fail_strdup_text.clear();
     taken_prefix.clear();
     fail_unlink_path.clear();
+    file_calls.clear();
+    fail_fsync_errno = 0;
     fail_calloc_bytes = 0;
     watch_write_fd = -1;
     fail_bind_errno = 0;
+    force_waiting_path = false;
     writes.clear();
     std::lock_guard<std::mutex> lock(sockopt_mutex);
     sockopt_log.clear();
@@ -95,8 +102,13 @@ namespace {
 using open_fn = int (*)(const char *, int, ...);
 using access_fn = int (*)(const char *, int);
 using unlink_fn = int (*)(const char *);
+using rename_fn = int (*)(const char *, const char *);
+using fsync_fn = int (*)(int);
 using select_fn = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
 using write_fn = ssize_t (*)(int, const void *, size_t);
+using send_fn = ssize_t (*)(int, const void *, size_t, int);
+using recv_fn = ssize_t (*)(int, void *, size_t, int);
+using poll_fn = int (*)(pollfd *, nfds_t, int);
 using setsockopt_fn = int (*)(int, int, int, const void *, socklen_t);
 using bind_fn = int (*)(int, const sockaddr *, socklen_t);
 using clock_gettime_fn = int (*)(clockid_t, struct timespec *);
@@ -185,6 +197,28 @@ ssize_t write(int fd, const void *buf, size_t count) {
     return real<write_fn>("write")(fd, buf, count);
 }
 
+ssize_t send(int fd, const void *buf, size_t count, int flags) {
+    if (interpose::watch_write_fd != -1 && fd == interpose::watch_write_fd)
+        interpose::writes.push_back(count);
+    return real<send_fn>("send")(fd, buf, count, flags);
+}
+
+ssize_t recv(int fd, void *buf, size_t count, int flags) {
+    if (interpose::force_waiting_path && (flags & MSG_DONTWAIT) != 0) {
+        errno = EAGAIN;
+        return -1;
+    }
+    return real<recv_fn>("recv")(fd, buf, count, flags);
+}
+
+int poll(pollfd *fds, nfds_t n, int timeout) {
+    if (interpose::force_waiting_path && timeout == 0) {
+        for (nfds_t i = 0; i < n; ++i) fds[i].revents = 0;
+        return 0;
+    }
+    return real<poll_fn>("poll")(fds, n, timeout);
+}
+
 int setsockopt(int fd, int level, int name, const void *value, socklen_t len) {
     std::lock_guard<std::mutex> lock(interpose::sockopt_mutex);
     int v = 0;
@@ -240,6 +274,24 @@ int access(const char *path, int mode) noexcept {
         strncmp(path, interpose::taken_prefix.c_str(), interpose::taken_prefix.size()) == 0)
         return 0;
     return reinterpret_cast<access_fn>(dlsym(RTLD_NEXT, "access"))(path, mode);
+}
+
+int fsync(int fd) {
+    char link[32], target[4096];
+    snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    ssize_t n = readlink(link, target, sizeof target);
+    interpose::file_calls.push_back("fsync " +
+                                    std::string(target, n > 0 ? static_cast<size_t>(n) : 0));
+    if (interpose::fail_fsync_errno != 0) {
+        errno = interpose::fail_fsync_errno;
+        return -1;
+    }
+    return real<fsync_fn>("fsync")(fd);
+}
+
+int rename(const char *from, const char *to) noexcept {
+    interpose::file_calls.push_back(std::string("rename ") + from + " " + to);
+    return real<rename_fn>("rename")(from, to);
 }
 
 int unlink(const char *path) noexcept {

@@ -25,8 +25,8 @@ extern int open_failures;
 // non-zero (the test binaries link with --wrap=calloc).
 extern size_t fail_calloc_bytes;
 
-// While it is not -1, the byte counts of write() calls on this descriptor,
-// in order.
+// While it is not -1, the byte counts of write() and send() calls on this
+// descriptor, in order.
 extern int watch_write_fd;
 extern std::vector<size_t> writes;
 
@@ -43,6 +43,11 @@ std::vector<SockoptCall> sockopt_calls();
 // Option names whose setsockopt() succeeds without reaching the kernel
 // (set before the calls to observe).
 extern std::set<int> sockopt_pretend_ok;
+
+// While set, the readiness fast path never settles a call: recv() with
+// MSG_DONTWAIT reports EAGAIN and a poll() that does not wait finds nothing
+// ready, so every socket call takes the waiting path.
+extern bool force_waiting_path;
 
 // bind() fails with this errno while it is non-zero.
 extern int fail_bind_errno;
@@ -68,6 +73,12 @@ extern std::string taken_prefix;
 
 // unlink() of exactly this path fails with EPERM while it is non-empty.
 extern std::string fail_unlink_path;
+
+// fsync() and rename() in the order made: "fsync PATH" (the descriptor's
+// path, links resolved) and "rename FROM TO".
+extern std::vector<std::string> file_calls;
+// fsync() fails with this errno while it is non-zero.
+extern int fail_fsync_errno;
 
 // Allocation-failure sweep. While armed, the heap allocations that the
 // arming thread makes through malloc, calloc and realloc (the test binaries

@@ -75,7 +75,8 @@ std::string NginxPeer::config_text(const Options &o) const {
         << "/; add_header Last-Modified \"\"; etag off; if_modified_since off; }\n"
         << "        location /norange/ { alias " << docroot_ << "/; max_ranges 0; }\n"
         << "        location /slow/ { alias " << docroot_ << "/; limit_rate " << o.slow_rate
-        << "; }\n";
+        << "; }\n"
+        << "        location = /host { return 200 \"$http_host\"; }\n";
     for (int code : kRedirectCodes) {
         redirect_locations(out, "/redirect/" + std::to_string(code) + "/", o.max_redirects, false,
                            fixed_code, code);

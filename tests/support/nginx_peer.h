@@ -17,6 +17,8 @@
 //   /redirect-rel/CODE/N/NAME    as above with a relative Location (/...)
 //   /status/CODE                 answers CODE (Options::status_codes); 401 with
 //                                WWW-Authenticate
+//   /host                        answers 200 to any method with the Host it was
+//                                sent (a request body is read and dropped)
 #ifndef HTTP_UTIL_TESTS_NGINX_PEER_H
 #define HTTP_UTIL_TESTS_NGINX_PEER_H
 

@@ -1,6 +1,6 @@
 # Real peers for end-to-end tests: nginx, the Python upload sink and the
 # project's own file server, each a child process on a loopback port.
-list(APPEND TEST_SUPPORT_SOURCES
+set(TEST_PEER_SOURCES
     support/child_process.cpp
     support/cutting_proxy.cpp
     support/file_util.cpp

@@ -68,6 +68,20 @@ TEST(ProgressBar, NoUpdateNoLine) {
     fclose(f);
 }
 
+// A retry line must start at the left edge, and only a drawn bar needs ending.
+TEST(ProgressBar, BreakEndsADrawnLineOnce) {
+    FILE *f = tmpfile();
+    ProgressBar bar(f, true, 0ms);
+    bar.break_line();
+    EXPECT_EQ(drawn(f), "");
+    bar.update(1000, 2000);
+    bar.break_line();
+    bar.break_line();
+    std::string out = drawn(f);
+    EXPECT_EQ(out.find('\n'), out.size() - 1) << out;
+    fclose(f);
+}
+
 TEST(ProgressBar, ShorterLineCoversTheLongerOne) {
     FILE *f = tmpfile();
     ProgressBar bar(f, true, 0ms);

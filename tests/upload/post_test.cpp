@@ -52,8 +52,9 @@ protected:
     // bytes it received. port80 makes the record's port 80 (Host follows the
     // record; the address stays the server's).
     std::string post_once(const std::string &file, const std::string &path = "/up",
-                          uint8_t multipart = 1, bool port80 = false) {
-        scripted::Server srv;
+                          uint8_t multipart = 1, bool port80 = false,
+                          scripted::Family family = scripted::Family::IPv4) {
+        scripted::Server srv(family);
         srv.read_request().send(kOk).close();
         srv.start();
         http_url_param *rec = record(srv, path, 0, multipart);
@@ -104,9 +105,23 @@ TEST_F(PostTest, RawModeSendsTheFileAlone) {
                                  "Content-Length: 3000\r\n\r\n" + std::string(3000, 'r'));
 }
 
-TEST_F(PostTest, Port80GivesTheBareHost) {
-    const std::string req = post_once(dir_.write("a", "x"), "/up", 1, true);
-    EXPECT_NE(req.find("\r\nHost: 127.0.0.1\r\n"), std::string::npos) << req;
+// As a GET forms it: the port unless it is 80, brackets round an IPv6 literal.
+TEST_F(PostTest, HostLineInItsFourForms) {
+    const std::string file = dir_.write("a", "x");
+    struct Row {
+        scripted::Family family;
+        bool port80;
+        std::string host;  // the port follows unless port80
+    };
+    const Row rows[] = {{scripted::Family::IPv4, true, "127.0.0.1"},
+                        {scripted::Family::IPv4, false, "127.0.0.1:"},
+                        {scripted::Family::IPv6, true, "[::1]"},
+                        {scripted::Family::IPv6, false, "[::1]:"}};
+    for (const Row &r : rows) {
+        const std::string req = post_once(file, "/up", 1, r.port80, r.family);
+        const std::string host = r.host + (r.port80 ? "" : std::to_string(port_));
+        EXPECT_NE(req.find("\r\nHost: " + host + "\r\n"), std::string::npos) << req;
+    }
 }
 
 TEST_F(PostTest, LongPathCutsThePartHeaderAndCountsWhatWasSent) {

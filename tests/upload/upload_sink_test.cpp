@@ -1,5 +1,5 @@
-// Uploads checked by a multipart parser nobody here wrote: Python's email
-// package, behind a loopback HTTP server.
+// Uploads checked by peers nobody here wrote: Python's email package behind
+// a loopback HTTP server, and nginx.
 #include <dirent.h>
 #include <gtest/gtest.h>
 
@@ -8,6 +8,7 @@
 #include "file_util.h"
 #include "http_util.h"
 #include "multipart_sink.h"
+#include "nginx_peer.h"
 #include "temp_dir.h"
 
 namespace {
@@ -89,6 +90,28 @@ TEST(UploadToSinkAnswers, ChunkedReplySavedByThePostDriver) {
     ASSERT_EQ(sink.parts().size(), 1u);
     EXPECT_EQ(sink.parts()[0].mode, "raw") << "multipart byte left 0: the raw body";
     EXPECT_EQ(sink.stored_bytes(sink.parts()[0]), std::string(5000, 'q'));
+}
+
+// A strict server refuses a Host without brackets round an IPv6 literal;
+// nginx answers this location with the Host it was sent.
+TEST(UploadToNginx, Ipv6LiteralHostIsBracketed) {
+    if (peer::NginxPeer::nginx_path().empty()) GTEST_SKIP() << "no nginx";
+    if (!peer::ipv6_loopback_available()) GTEST_SKIP() << "no IPv6 loopback address";
+    peer::NginxPeer nginx;
+    peer::NginxPeer::Options o;
+    o.ipv6 = true;
+    ASSERT_TRUE(nginx.start(o)) << nginx.error();
+    TempDir dir;
+    const std::string file = dir.write("f", std::string(5000, 'q')), save = dir.file("reply");
+    const std::string url = nginx.url6("/host");
+    http_util_param param{};
+    int err = 0;
+    http_url_param *rec = http_create_url_param(url.c_str(), &err, &param, 0, nullptr);
+    ASSERT_NE(rec, nullptr);
+    rec->multipart = 1;
+    EXPECT_EQ(http_post_loop(rec, file.c_str(), save.c_str()), HTTP_UTIL_OK);
+    free(rec);
+    EXPECT_EQ(TempDir::read(save), "[::1]:" + std::to_string(nginx.port()));
 }
 
 }  // namespace

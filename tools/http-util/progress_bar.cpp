@@ -58,8 +58,15 @@ void ProgressBar::update(uint32_t done, uint32_t total, Clock::time_point now) {
 void ProgressBar::finish(Clock::time_point now) {
     if (!enabled_ || !started_) return;
     draw(now);
+    break_line();
+}
+
+void ProgressBar::break_line() {
+    if (!line_open_) return;
     fputc('\n', out_);
     fflush(out_);
+    line_open_ = false;
+    last_width_ = 0;
 }
 
 void ProgressBar::draw(Clock::time_point now) {
@@ -72,5 +79,6 @@ void ProgressBar::draw(Clock::time_point now) {
     fprintf(out_, "\r%s", line.c_str());
     fflush(out_);
     last_draw_ = now;
+    line_open_ = true;
     ++redraws_;
 }

@@ -20,6 +20,8 @@ public:
     void update(uint32_t done, uint32_t total, Clock::time_point now = Clock::now());
     // Draws the last state and ends the line (only if anything was drawn).
     void finish(Clock::time_point now = Clock::now());
+    // Ends a drawn line so that a message can follow; the bar goes on below.
+    void break_line();
 
     int redraws() const { return redraws_; }
 
@@ -42,6 +44,7 @@ private:
     uint32_t total_ = 0;
     int redraws_ = 0;
     size_t last_width_ = 0;
+    bool line_open_ = false;
 };
 
 #endif
