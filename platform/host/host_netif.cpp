@@ -12,7 +12,9 @@ namespace {
 
 bool is_vrf_device(const char *name) {
     char path[PATH_MAX];
-    snprintf(path, sizeof path, "/sys/class/net/%s/uevent", name);
+    // A name too long for the path is no interface at all.
+    int n = snprintf(path, sizeof path, "/sys/class/net/%s/uevent", name);
+    if (n < 0 || static_cast<size_t>(n) >= sizeof path) return false;
     FILE *f = fopen(path, "re");
     if (f == nullptr) return false;
     char line[256];
