@@ -37,7 +37,7 @@ int watch_write_fd = -1;
 std::vector<size_t> writes;
 std::set<int> sockopt_pretend_ok;
 int fail_bind_errno = 0;
-bool force_waiting_path = false;
+std::atomic<bool> force_waiting_path{false};
 
 namespace {
 std::mutex sockopt_mutex;

@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <time.h>
 
+#include <atomic>
 #include <optional>
 #include <set>
 #include <string>
@@ -47,7 +48,7 @@ extern std::set<int> sockopt_pretend_ok;
 // While set, the readiness fast path never settles a call: recv() with
 // MSG_DONTWAIT reports EAGAIN and a poll() that does not wait finds nothing
 // ready, so every socket call takes the waiting path.
-extern bool force_waiting_path;
+extern std::atomic<bool> force_waiting_path;
 
 // bind() fails with this errno while it is non-zero.
 extern int fail_bind_errno;
