@@ -101,11 +101,7 @@ TEST_F(CopyWire, TwoUrlsDownloadToTheSecondTextAsALocalPath) {
     scripted::Server srv;
     srv.read_request().send(ok_head(2) + "ok");
     srv.start();
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-    ASSERT_EQ(chdir(dir.path().c_str()), 0);
-    int rc = http_util_copy(srv.url("/a.bin").c_str(), "http://h/x.bin", &param);
-    ASSERT_EQ(chdir(cwd), 0);
+    int rc = dir.inside([&] { return http_util_copy(srv.url("/a.bin").c_str(), "http://h/x.bin", &param); });
     EXPECT_EQ(rc, HTTP_UTIL_OK);
     EXPECT_EQ(dltest::read_file(dir.file("http:/h/x.bin")), "ok");
     ASSERT_TRUE(srv.wait());

@@ -143,11 +143,7 @@ TEST_F(DownloadE2e, AFileAlreadyThereIsKeptWhenWholeAndReplacedWhenLonger) {
 
 TEST_F(DownloadE2e, AFileNamedWithASpaceIsServed) {
     std::string data = nginx_.put_random_file("a b.bin", 3000, kMtime);
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-    ASSERT_EQ(chdir(dir_.path().c_str()), 0);
-    int rc = http_download_file_ntry(nginx_.url("/a b.bin").c_str(), nullptr, 0);
-    ASSERT_EQ(chdir(cwd), 0);
+    int rc = dir_.inside([&] { return http_download_file_ntry(nginx_.url("/a b.bin").c_str(), nullptr, 0); });
     EXPECT_EQ(rc, HTTP_UTIL_OK);
     EXPECT_TRUE(dltest::read_file(dir_.file("a b.bin")) == data) << "the file differs";
     EXPECT_EQ(access_lines(1), std::vector<std::string>{"GET\t/a%20b.bin\t200\t-\t3000"});

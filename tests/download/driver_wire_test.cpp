@@ -171,8 +171,6 @@ TEST_F(DriverWire, RelativeLocationsAreResolvedAndFollowed) {
         {"b.bin?y=1", "/d1/d2/b.bin?y=1", "b.bin"},
         {"//HOST/x/n.bin", "/x/n.bin", "n.bin"},
     };
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
     for (const Row &r : rows) {
         SCOPED_TRACE(r.location);
         fake::device().logs.clear();
@@ -185,9 +183,7 @@ TEST_F(DriverWire, RelativeLocationsAreResolvedAndFollowed) {
             .read_request()
             .send(ok_head(1) + "B");
         srv.start();
-        ASSERT_EQ(chdir(dir.path().c_str()), 0);
-        int rc = http_download_file_ntry(srv.url("/d1/d2/a.bin?x=1").c_str(), nullptr, 0);
-        ASSERT_EQ(chdir(cwd), 0);
+        int rc = dir.inside([&] { return http_download_file_ntry(srv.url("/d1/d2/a.bin?x=1").c_str(), nullptr, 0); });
         EXPECT_EQ(rc, HTTP_UTIL_OK);
         ASSERT_TRUE(srv.wait());
         EXPECT_EQ(srv.request(1), dltest::get_request(r.target, dltest::host_of(srv)));
@@ -233,11 +229,7 @@ TEST_F(DriverWire, RedirectedUrlNamesTheFileWhenNoLocalFileIsGiven) {
         .read_request()
         .send(ok_head(1) + "B");
     srv.start();
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-    ASSERT_EQ(chdir(dir.path().c_str()), 0);
-    int rc = http_download_file_ntry(srv.url("/a.bin").c_str(), nullptr, 0);
-    ASSERT_EQ(chdir(cwd), 0);
+    int rc = dir.inside([&] { return http_download_file_ntry(srv.url("/a.bin").c_str(), nullptr, 0); });
     EXPECT_EQ(rc, HTTP_UTIL_OK);
     EXPECT_EQ(dltest::read_file(dir.file("b.bin")), "B");
     EXPECT_FALSE(dltest::exists(dir.file("a.bin")));

@@ -319,11 +319,7 @@ TEST_F(GetWire, SpacesGoOutAsPercent20AndTheSavedNameKeepsThem) {
     scripted::Server srv;
     srv.read_request().send(ok_head(2) + "ok");
     srv.start();
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-    ASSERT_EQ(chdir(dir.path().c_str()), 0);
-    int rc = http_download_file_ntry(srv.url("/a dir/b c.bin?q=x y").c_str(), nullptr, 0);
-    ASSERT_EQ(chdir(cwd), 0);
+    int rc = dir.inside([&] { return http_download_file_ntry(srv.url("/a dir/b c.bin?q=x y").c_str(), nullptr, 0); });
     EXPECT_EQ(rc, HTTP_UTIL_OK);
     ASSERT_TRUE(srv.wait());
     EXPECT_EQ(srv.request(), get_request("/a%20dir/b%20c.bin?q=x%20y", dltest::host_of(srv)));

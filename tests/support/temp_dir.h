@@ -3,6 +3,7 @@
 #define HTTP_UTIL_TESTS_TEMP_DIR_H
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,6 +37,25 @@ public:
     static std::string read(const std::string &p) {
         std::ifstream in(p, std::ios::binary);
         return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    }
+
+    // Runs f with this directory as the working directory (where a call
+    // given no local file saves), and returns what f returns; the old
+    // working directory is back however f ends.
+    template <class F>
+    auto inside(F f) const {
+        struct Back {
+            int fd;
+            ~Back() {
+                if (fchdir(fd) != 0) abort();
+                close(fd);
+            }
+        };
+        int old = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (old < 0) throw std::runtime_error("open .");
+        Back back{old};
+        if (chdir(path_.c_str()) != 0) throw std::runtime_error("chdir");
+        return f();
     }
 
     // Names in the directory, without "." and "..".
