@@ -4,7 +4,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
 
 #include <algorithm>
 
@@ -29,13 +28,6 @@ constexpr size_t kSizeLineBuf = 2 + kSizeLineMax;
 constexpr int64_t kSizeLineWaitMs = 5000;
 // Data reads leave room in the block, as they always have.
 constexpr uint32_t kChunkReadMax = kBodyBlockSize - 1;
-
-// 64 bits: a 32-bit long of milliseconds overflows after 24 days of uptime.
-int64_t monotonic_ms() {
-    struct timespec now = {0, 0};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 // Where the size line begins in the bytes seen: after the line end of the
 // previous chunk's data, when they begin with one.

@@ -24,11 +24,7 @@ constexpr long kHeadMaxSize = 4096;
 constexpr time_t kHeadDeadline = 29;  // whole seconds; the 30th ends the wait
 constexpr int kPeekWait = 1;
 
-time_t monotonic_seconds() {
-    struct timespec now = {0, 0};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec;
-}
+time_t monotonic_seconds() { return static_cast<time_t>(monotonic_ms() / 1000); }
 
 }  // namespace
 

@@ -10,12 +10,19 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "frame/log.h"
 #include "http_util.h"
 
 namespace http_util_internal {
+
+int64_t monotonic_ms() {
+    struct timespec now = {0, 0};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
 
 int http_select_fd(int fd, int seconds, int direction) {
     return http_select_fd(fd, wait_of_seconds(seconds), direction);

@@ -5,11 +5,16 @@
 
 #include <limits.h>
 #include <stddef.h>
+#include <stdint.h>
 
 namespace http_util_internal {
 
 constexpr int kWaitRead = 0;
 constexpr int kWaitWrite = 1;
+
+// The monotonic clock in milliseconds. 64 bits: a 32-bit long of
+// milliseconds overflows after 24 days of uptime.
+int64_t monotonic_ms();
 
 // A wait given in milliseconds; 0 only looks.
 struct WaitMs {
