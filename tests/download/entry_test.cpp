@@ -100,17 +100,4 @@ TEST_F(EntryOptionalServices, RetryCountComesFromTheArgumentOrTheOptionAtCallTim
         }
 }
 
-TEST_F(EntryOptionalServices, LongUrlIsCutTo255Characters) {
-    scripted::Server srv;
-    srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nx");
-    srv.start();
-    std::string url = srv.url("/");
-    url += std::string(255 - url.size(), 'p');
-    const std::string target = url.substr(url.find('/', 7));
-    url += std::string(45, 'q');
-    EXPECT_EQ(http_download_file_ntry(url.c_str(), file.c_str(), 0), HTTP_UTIL_OK);
-    ASSERT_TRUE(srv.wait());
-    EXPECT_EQ(srv.request().rfind("GET " + target + " HTTP/1.1\r\n", 0), 0u) << srv.request();
-}
-
 }  // namespace

@@ -1,5 +1,6 @@
 // Uploads on the wire: the request bytes, the answers, and the checks the
 // upload calls make before connecting.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -21,15 +22,15 @@ const std::string kOk = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
 
 class Upload : public testing::Test {
 protected:
-    // A URL record for srv (freed by the fixture), Host taken from port when given.
+    // A URL record for srv (freed by the fixture); Host follows port when given.
     http_url_param *record(const scripted::Server &srv, const std::string &path = "/up", int port = 0, bool multipart = true) {
         http_util_param param{};
         int err = -1;
         free(rec_);
         rec_ = http_create_url_param(srv.url(path).c_str(), &err, &param, 0, nullptr);
         EXPECT_NE(rec_, nullptr) << err;
-        if (rec_ != nullptr && port != 0) rec_->port = port;
-        if (rec_ != nullptr) rec_->multipart = multipart;
+        rec_->port = port != 0 ? port : rec_->port;
+        rec_->multipart = multipart;
         return rec_;
     }
     void TearDown() override { free(rec_); }
@@ -43,10 +44,10 @@ TEST_F(Upload, RequestBytes) {
     struct Row {
         const char *name;
         Family family;
-        int port;  // of the URL record; 0: the server's
+        int port;  // of the URL record; 0: the server's, which follows a host ending in ':'
         std::string path, file, data;
         bool multipart;
-        std::string host;  // the port follows unless the row gives one
+        std::string host;
     };
     const std::string deep = std::string(200, 'd') + "/" + std::string(200, 'f');
     const Row rows[] = {
@@ -89,7 +90,7 @@ TEST_F(Upload, ResultAndSavedReply) {
         const char *name;
         std::string answer;
         int result;
-        std::string saved;  // "old": not saved; no save path when empty
+        std::string saved;  // "old": nothing saved; empty: no save path
     };
     const Row rows[] = {
         {"ok", kOk, 0, "ok"},
@@ -129,27 +130,24 @@ TEST_F(Upload, CallsRefusedBeforeAnyConnection) {
     scripted::Server srv;
     srv.start();
     const std::string file = dir_.write("f", "x"), url = srv.url("/x");
-    struct {
-        uint32_t type, len;
-        unsigned char value[4];
-        uint32_t end_type, end_len;
-    } block = {HTTP_UTIL_TLV_SRC_IP, 3, {127, 0, 0, 1}, 0, 0};  // a wrong length
+    const uint32_t block[] = {HTTP_UTIL_TLV_SRC_IP, 3, 0x0100007f, 0, 0};  // a wrong length
     const std::pair<std::function<int()>, int> rows[] = {
         {[&] { return http_upload_file(url.c_str(), nullptr); }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_upload_file(nullptr, file.c_str()); }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_upload_param(url.c_str(), file.c_str(), nullptr, 0, nullptr); }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_upload_file("ftp://127.0.0.1/x", file.c_str()); }, HTTP_UTIL_ERR_NOT_HTTP},
-        {[&] { return http_upload_file_tlv(url.c_str(), file.c_str(), &block); }, HTTP_UTIL_ERR_PARAM},
+        {[&] { return http_upload_file_tlv(url.c_str(), file.c_str(), block); }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_upload_file(srv.url("/a\rX-Injected: 1").c_str(), file.c_str()); }, HTTP_UTIL_ERR_URL_FORMAT},
     };
     for (const auto &r : rows) EXPECT_EQ(r.first(), r.second) << "row " << &r - rows;
     EXPECT_EQ(srv.connections(), 0u);
 }
 
-// The plain calls print nothing and ignore Ctrl+C; a caller's record with
-// show_progress 1 turns the display on.
+// The plain calls print nothing and ignore Ctrl+C (the TLV block binds the
+// source address); a caller's record with show_progress 1 turns the display on.
 TEST_F(Upload, TerminalDisplay) {
     const std::string file = dir_.write("f", "abc");
+    const uint32_t tlv[] = {HTTP_UTIL_TLV_SRC_IP, 4, htonl(0x7f000002), HTTP_UTIL_TLV_END, 0};
     for (int show : {0, 1}) {
         fake::reset();
         fake::device().keys = std::deque<int>(show ? 0 : 3, 3);
@@ -159,7 +157,9 @@ TEST_F(Upload, TerminalDisplay) {
         http_util_param param{};
         param.show_progress = show;
         EXPECT_EQ(show ? http_upload_param(srv.url("/x").c_str(), file.c_str(), &param, 0, nullptr)
-                       : http_upload_file(srv.url("/x").c_str(), file.c_str()), 0);
+                       : http_upload_file_tlv(srv.url("/x").c_str(), file.c_str(), tlv), 0);
+        ASSERT_TRUE(srv.wait());
+        EXPECT_EQ(srv.peer(), show ? "127.0.0.1" : "127.0.0.2");
         EXPECT_TRUE(std::regex_match(fake::device().terminal, std::regex(show ? "Press Ctrl\\+C to quit\n!+\n" : ""))) << fake::device().terminal;
     }
 }
