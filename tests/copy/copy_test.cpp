@@ -1,11 +1,8 @@
-// http_util_copy's own faults: the destination stays as it was and no
-// temporary file outlives the call. Then every heap allocation of a whole
-// transfer fails in turn.
-#include <errno.h>
+// The copy's order of syncs and Ctrl+C during its body; then every heap
+// allocation of a whole transfer fails in turn.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -27,38 +24,6 @@ http_util_param copy_param(int show_progress = 2) {
     p.max_redirect = 5;
     p.show_progress = show_progress;  // 2: nothing on the terminal
     return p;
-}
-
-TEST(CopyFaults, TheDestinationStaysAndNoTemporaryFileIsLeft) {
-    struct Row {
-        const char *name;
-        std::function<void(const std::string &dst)> arm;
-        size_t connections;
-        const char *left;  // in the destination
-    };
-    const Row rows[] = {
-        {"data not synced", [](const std::string &) { interpose::fail_fsync_errno = EIO; }, 1, "old"},
-        {"no free temporary name", [](const std::string &dst) { interpose::taken_prefix = dst + "."; }, 0, "old"},
-        {"a folder at the destination", [](const std::string &dst) {
-             unlink(dst.c_str());
-             mkdir(dst.c_str(), 0755);
-         }, 1, ""},
-    };
-    for (const Row &r : rows) {
-        SCOPED_TRACE(r.name);
-        TempDir dir;
-        const std::string dst = dir.write("dst.bin", "old");
-        r.arm(dst);
-        scripted::Server srv;
-        srv.read_request().send(kOk);
-        srv.start();
-        http_util_param p = copy_param();
-        EXPECT_EQ(http_util_copy(srv.url("/a.bin").c_str(), dst.c_str(), &p), HTTP_UTIL_ERR_SAVE_FILE);
-        EXPECT_EQ(srv.connections(), r.connections);
-        EXPECT_EQ(dir.entries(), std::vector<std::string>{"dst.bin"});
-        EXPECT_EQ(read_file(dst), r.left);
-        interpose::reset();
-    }
 }
 
 // Power may fail at any moment: the data reaches storage before the rename

@@ -5,6 +5,7 @@
 // line ends, with and without the readiness fast path, whole and, where
 // marked, with its first answer cut in two at every byte (the second part is
 // sent once the first has been taken).
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <sys/resource.h>
@@ -73,6 +74,7 @@ struct Case {
     long total = kAny;     // the size the progress record was given
     bool cut = false;
     bool check_time = true;  // the option that drops a partial file of another version
+    std::function<void(const std::string &local)> fault = {};
 };
 
 std::vector<Case> cases() {
@@ -128,6 +130,11 @@ std::vector<Case> cases() {
         {"copy cut short", {{"/f.bin", head(3000) + pattern(1500)}}, HTTP_UTIL_ERR_RECV_DATA, old, old, "/f.bin", 'c'},
         {"copy of a non-ASCII URL", {}, HTTP_UTIL_ERR_URL_NOT_ASCII, old, old, "/caf\xc3\xa9.bin", 'c'},
         {"copy of a URL with byte 128", {}, HTTP_UTIL_ERR_URL_NOT_ASCII, old, old, "/a\x80.bin", 'c'},
+        {"copy over a folder", {{"/f.bin", ok("ok")}}, HTTP_UTIL_ERR_SAVE_FILE, kDir, kDir, "/f.bin", 'c'},
+        {"copy, data not synced", {{"/f.bin", ok("ok")}}, HTTP_UTIL_ERR_SAVE_FILE, old, old, "/f.bin", 'c', 0, "", kAny, false, true,
+         [](const std::string &) { interpose::fail_fsync_errno = EIO; }},
+        {"copy, no free temporary name", {}, HTTP_UTIL_ERR_SAVE_FILE, old, old, "/f.bin", 'c', 0, "", kAny, false, true,
+         [](const std::string &f) { interpose::taken_prefix = f + "."; }},
         {"copy posting a file", {{"/p%20q", ok("reply")}}, 0, "reply", old, "/p q", 'p'},
     };
     // Regression: such a length read as 0 and replaced the destination with nothing.
@@ -213,6 +220,9 @@ protected:
         if (c.via == 'p') snprintf(param.post_file, sizeof param.post_file, "%s", dir.write("post.txt", "payload").c_str());
         const std::string url = srv.url(c.path);
         g_http_opt.timestamp_check = c.check_time;
+        interpose::fail_fsync_errno = 0;
+        interpose::taken_prefix.clear();
+        if (c.fault) c.fault(f);
         interpose::force_waiting_path = !fast;
         const int rc = c.via == 'd'   ? http_download_file_progress(&progress, url.c_str(), f.c_str(), c.tries)
                        : c.via == 'n' ? dir.inside([&] { return http_download_file_progress(&progress, url.c_str(), nullptr, 0); })
