@@ -13,8 +13,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <functional>
 #include <chrono>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -74,7 +74,7 @@ struct Case {
     long total = kAny;     // the size the progress record was given
     bool cut = false;
     bool check_time = true;  // the option that drops a partial file of another version
-    std::function<void(const std::string &local)> fault = {};
+    std::function<void(const std::string &local)> fault = {};  // arms an injected fault
 };
 
 std::vector<Case> cases() {
