@@ -1,72 +1,139 @@
-// http_util_copy: the checks made before anything is transferred.
+// The copy's order of syncs and Ctrl+C during its body; then every heap
+// allocation of a whole transfer fails in turn.
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <string>
+#include <vector>
 
-#include "../download/download_test_util.h"
 #include "fake_device.h"
 #include "http_util.h"
 #include "interpose.h"
+#include "scripted_server.h"
+#include "temp_dir.h"
 
 namespace {
 
-class Copy : public testing::Test {
-protected:
-    http_util_param param{};
-};
+using files::pattern;
+using files::read_file;
 
-TEST_F(Copy, NullArgumentsAreRefused) {
-    EXPECT_EQ(http_util_copy(nullptr, "b", &param), HTTP_UTIL_ERR_PARAM);
-    EXPECT_EQ(http_util_copy("http://h/a", nullptr, &param), HTTP_UTIL_ERR_PARAM);
-    EXPECT_EQ(http_util_copy("http://h/a", "b", nullptr), HTTP_UTIL_ERR_PARAM);
-    EXPECT_EQ(fake::log_texts("http_util_copy"), std::vector<std::string>(3, "null parameter"));
+const std::string kOk = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+
+http_util_param copy_param(int show_progress = 2) {
+    http_util_param p{};
+    p.max_redirect = 5;
+    p.show_progress = show_progress;  // 2: nothing on the terminal
+    return p;
 }
 
-TEST_F(Copy, LengthIsCheckedBeforeTheDirection) {
-    const std::string local255(255, 'a'), local256(256, 'a');
-    const std::string url256 = "http://h/" + std::string(247, 'u');
-    ASSERT_EQ(url256.size(), 256u);
-    struct Row {
-        std::string src, dst;
-        int expected;
+// Power may fail at any moment: the data reaches storage before the rename
+// makes it the destination, and the folder's new entry after it.
+TEST(CopyFaults, DataIsSyncedBeforeTheRenameAndTheFolderAfterIt) {
+    TempDir dir;
+    const std::string dst = dir.file("dst.bin");
+    scripted::Server srv;
+    srv.read_request().send(kOk);
+    srv.start();
+    http_util_param p = copy_param();
+    EXPECT_EQ(http_util_copy(srv.url("/a.bin").c_str(), dst.c_str(), &p), HTTP_UTIL_OK);
+    std::string calls;
+    for (const std::string &c : interpose::file_calls) calls += c + "\n";
+    const size_t at = calls.find("rename " + dst + ".");
+    ASSERT_NE(at, std::string::npos) << calls;
+    const std::string tmp = calls.substr(at + 7, dst.size() + 7);
+    char *real = realpath(dir.path().c_str(), nullptr);
+    const std::string folder = real;
+    free(real);
+    EXPECT_EQ(calls, "fsync " + folder + tmp.substr(dir.path().size()) + "\nrename " + tmp + " " + dst + "\nfsync " +
+                         folder + "\n");
+}
+
+TEST(CopyFaults, CtrlCDuringTheBodyCancelsAndKeepsTheDestination) {
+    TempDir dir;
+    const std::string dst = dir.write("dst.bin", "old");
+    scripted::Server srv;
+    srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n" + pattern(2000)).read_until_close();
+    srv.start();
+    // Typed once body bytes have reached the temporary file.
+    fake::device().key_source = [&] {
+        for (const std::string &n : dir.entries())
+            if (n != "dst.bin" && !read_file(dir.file(n)).empty()) return 3;
+        return -1;
     };
-    const Row rows[] = {
-        {local255, "/tmp/b", HTTP_UTIL_ERR_NOT_SUPPORTED},  // accepted, then refused
-        {"/tmp/a", local255, HTTP_UTIL_ERR_NOT_SUPPORTED},
-        {local256, "/tmp/b", HTTP_UTIL_ERR_PARAM_TOO_LONG},
-        {"/tmp/a", local256, HTTP_UTIL_ERR_PARAM_TOO_LONG},
-        {url256, "/tmp/b", HTTP_UTIL_ERR_PARAM_TOO_LONG},
-        {"/tmp/a", url256, HTTP_UTIL_ERR_PARAM_TOO_LONG},
-        {"/tmp/a", "/tmp/b", HTTP_UTIL_ERR_NOT_SUPPORTED},
-        {"ftp://h/a", "/tmp/b", HTTP_UTIL_ERR_NOT_SUPPORTED},
-        {"/tmp/a", "https://h/b", HTTP_UTIL_ERR_NOT_SUPPORTED},
+    http_util_param p = copy_param(0);
+    p.ntry = 3;
+    EXPECT_EQ(http_util_copy(srv.url("/a.bin").c_str(), dst.c_str(), &p), HTTP_UTIL_ERR_CANCELED);
+    EXPECT_EQ(p.show_progress, 1) << "0 turns the display on";
+    EXPECT_EQ(fake::device().terminal.rfind("Press Ctrl+C to quit\n", 0), 0u) << fake::device().terminal;
+    ASSERT_TRUE(srv.wait());
+    EXPECT_EQ(srv.connections(), 1u) << "a cancel is not retried";
+    EXPECT_EQ(read_file(dst), "old");
+    EXPECT_EQ(dir.entries(), std::vector<std::string>{"dst.bin"});
+}
+
+// Each run must give the code of its failure point, leave no descriptor
+// open and no temporary file, and leave the destination as the contract
+// says (the ASan build adds: nothing leaks).
+TEST(AllocationSweep, EveryFailedAllocationGivesItsCodeAndLeavesNothing) {
+    constexpr int N = HTTP_UTIL_ERR_NOMEM, S = HTTP_UTIL_ERR_SAVE_FILE;
+    struct Transfer {
+        const char *name;
+        bool download, copy;
+        std::vector<int> codes;  // the result when allocation n fails, n = 1, 2, ...
     };
-    for (const Row &r : rows) {
-        fake::device().logs.clear();
-        EXPECT_EQ(http_util_copy(r.src.c_str(), r.dst.c_str(), &param), r.expected)
-            << r.src.size() << " / " << r.dst.size();
-        EXPECT_EQ(fake::log_texts("http_util_copy"),
-                  std::vector<std::string>{r.expected == HTTP_UTIL_ERR_PARAM_TOO_LONG
-                                               ? "parameter too long"
-                                               : "src or dst not supported"});
+    const Transfer transfers[] = {
+        // URL record, local path copy, handle, head buffer, its growth, the file's FILE, body block.
+        {"download", true, false, {N, N, N, N, N, S, N}},
+        // URL record, handle, head buffer, its growth.
+        {"upload", false, false, {N, N, N, N}},
+        // URL copy and temporary name, then the download's own.
+        {"copy down", true, true, {N, N, N, N, N, N, N, S, N}},
+        // URL copy and local path copy, then the upload's own.
+        {"copy up", false, true, {N, N, N, N, N, N}},
+    };
+    // A head longer than the head reader's first buffer, so that it grows.
+    std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nLast-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\n";
+    for (int i = 0; i < 30; ++i) head += "X-Pad: " + std::string(80, 'p') + "\r\n";
+    const std::string body = pattern(3000);
+    for (const Transfer &t : transfers) {
+        TempDir dir;
+        const std::string dst = dir.file("dst.bin"), src = dir.file("src.bin");
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE(std::string(t.name) + ", allocation " + std::to_string(n) + " fails");
+            unlink(dst.c_str());
+            if (t.copy && t.download) files::write_file(dst, "old");
+            if (!t.download) files::write_file(src, body);
+            const auto fds = files::open_fds();
+            int rc, count;
+            std::string request;
+            {
+                scripted::Server srv;
+                srv.read_request().send(head + "\r\nok").close();
+                srv.start();
+                const std::string url = srv.url("/a.bin");
+                http_util_param p = copy_param();
+                interpose::arm_allocation_failure(n);
+                rc = t.copy ? http_util_copy(t.download ? url.c_str() : src.c_str(), t.download ? dst.c_str() : url.c_str(), &p)
+                     : t.download ? http_download_file_ntry(url.c_str(), dst.c_str(), 0)
+                                  : http_upload_file(url.c_str(), src.c_str());
+                count = interpose::disarm_allocation_failure();
+                request = srv.request();
+            }
+            EXPECT_EQ(files::open_fds(), fds) << "a descriptor was left open";
+            const std::vector<std::string> kept{t.download ? "dst.bin" : "src.bin"};
+            if (count < n) {  // nothing failed: the whole transfer
+                EXPECT_EQ(rc, HTTP_UTIL_OK);
+                EXPECT_EQ(static_cast<size_t>(n - 1), t.codes.size()) << "allocations in all";
+                EXPECT_TRUE(t.download ? read_file(dst) == "ok" : request.find(body) != std::string::npos);
+                EXPECT_EQ(dir.entries(), kept);
+                break;
+            }
+            ASSERT_LE(static_cast<size_t>(n), t.codes.size()) << "an allocation more than listed";
+            EXPECT_EQ(rc, t.codes[static_cast<size_t>(n) - 1]);
+            EXPECT_EQ(read_file(dst), t.download && t.copy ? "old" : "") << "the destination changed";
+            EXPECT_TRUE(dir.entries() == kept || (t.download && !t.copy && dir.entries().empty())) << "a temporary file";
+        }
     }
-    EXPECT_EQ(param.show_progress, 0) << "nothing changed before a transfer";
-}
-
-TEST_F(Copy, NonAsciiUploadUrlIsRefusedWithoutConnecting) {
-    param.show_progress = 0;
-    EXPECT_EQ(http_util_copy("/tmp/a", "http://h\xc3\xa9/b", &param), HTTP_UTIL_ERR_URL_NOT_ASCII);
-    EXPECT_EQ(fake::log_texts("http_util_copy"), std::vector<std::string>{"url not ascii"});
-    EXPECT_TRUE(fake::device().resolver_calls.empty());
-    EXPECT_EQ(param.show_progress, 0);
-}
-
-TEST_F(Copy, NoMemoryForAWorkingCopy) {
-    interpose::fail_strdup_text = "http://127.0.0.1:1/b";
-    EXPECT_EQ(http_util_copy("/tmp/a", "http://127.0.0.1:1/b", &param), HTTP_UTIL_ERR_NOMEM);
-    interpose::fail_strdup_text = "/tmp/a";
-    EXPECT_EQ(http_util_copy("/tmp/a", "http://127.0.0.1:1/b", &param), HTTP_UTIL_ERR_NOMEM);
-    EXPECT_EQ(param.show_progress, 0);
 }
 
 }  // namespace

@@ -1,12 +1,9 @@
-// Recording fakes of the device services. Every call is recorded; answers
-// are scripted through the fields below. The state is reset before every
-// test by the shared test main.
+// Recording fakes of the device services: every call is recorded, answers
+// are scripted through the fields. The test main resets them before each test.
 #ifndef HTTP_UTIL_TESTS_FAKE_DEVICE_H
 #define HTTP_UTIL_TESTS_FAKE_DEVICE_H
 
 #include <netinet/in.h>
-#include <sys/socket.h>
-#include <time.h>
 
 #include <deque>
 #include <functional>
@@ -21,23 +18,17 @@ namespace fake {
 
 struct LogRecord {
     void *category;
-    std::string module;  // the source-module name passed as the file
-    std::string func;
+    std::string module, func;  // module: the source-module name passed as the file
     long line;
     int level;
-    std::string format;
-    std::string text;
+    std::string format, text;
 };
-
 struct SyslogRecord {
     int priority;
-    std::string module;
-    std::string level;
+    std::string module, level;
     int flag;
-    std::string format;
-    std::string text;
+    std::string format, text;
 };
-
 struct ResolverCall {
     std::string host;
     int flags;
@@ -46,43 +37,26 @@ struct ResolverCall {
 };
 
 struct Device {
-    // Logging wrapper.
-    int zlog_init_calls = 0;
+    int zlog_init_calls = 0, snprintf_calls = 0;
     std::string zlog_init_name;
-    void *zlog_init_result = nullptr;  // set to a non-null tag by reset()
+    void *zlog_init_result = nullptr;  // a non-null tag after reset()
     std::vector<LogRecord> logs;
     std::vector<SyslogRecord> syslogs;
-    int snprintf_calls = 0;
-
-    // Resolver: names answer with the address stored here; anything else fails.
-    std::map<std::string, sockaddr_storage> dns;
-    int dns_fail_result = -1;
+    std::map<std::string, sockaddr_storage> dns;  // names not here fail
     std::vector<ResolverCall> resolver_calls;
     int hostname_ok = 1;
     std::vector<std::string> hostname_checks;
-
-    // Interfaces and VRFs.
     std::map<std::string, int> ifindex;  // unknown names give 0
     std::map<int, int> if_vrf;           // unknown indexes give -1
-    int mgmt_vrf_index = 0;              // answer of lsm_vrf_name2index
-    std::vector<std::string> vrf_name_calls;
-    std::vector<std::string> if_index_calls;
+    int mgmt_vrf_index = 0;              // lsm_vrf_name2index's answer
+    std::vector<std::string> vrf_name_calls, if_index_calls;
     std::vector<int> if_vrf_calls;
-
-    // Clock.
-    time_t now = 1000000000;
-    std::vector<int> time_calls;
-
-    // Terminal.
-    std::string terminal;
-    int flushes = 0;
-    std::deque<int> keys;  // typed keys, oldest first; -1 once empty
-    // When set, asked for a key once the queue is empty (typing at the
-    // moment a test chooses, e.g. once a server has the whole request).
-    std::function<int()> key_source;
-    int polls = 0;
+    time_t now = 1000000000;  // the library only ever asks for the current time
+    std::string terminal;     // what was printed
+    int flushes = 0, polls = 0;
+    std::deque<int> keys;              // typed keys, oldest first; -1 once none is left
+    std::function<int()> key_source;  // asked once the queue is empty, when set
 };
-
 Device &device();
 void reset();
 
@@ -94,10 +68,8 @@ struct Startup {
 };
 const Startup &startup();
 
-// Helpers for scripting the resolver.
 sockaddr_storage ipv4(const char *dotted, uint16_t port = 0);
 sockaddr_storage ipv6(const char *text, uint16_t port = 0);
-
 // Log texts in order, optionally only those of one function.
 std::vector<std::string> log_texts(const std::string &func = "");
 bool logged(const std::string &text);

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <dirent.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <linux/tcp.h>
 #include <poll.h>
@@ -17,94 +16,84 @@ namespace scripted {
 
 namespace {
 
-socklen_t addr_len(const sockaddr_storage &ss) {
-    return ss.ss_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
-}
+socklen_t addr_len(const sockaddr_storage &ss) { return ss.ss_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6); }
 
 sockaddr_storage loopback(Family family, uint16_t port) {
     sockaddr_storage ss{};
-    if (family == Family::IPv4) {
-        auto *sin = reinterpret_cast<sockaddr_in *>(&ss);
-        sin->sin_family = AF_INET;
-        sin->sin_port = htons(port);
-        sin->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    } else {
-        auto *sin6 = reinterpret_cast<sockaddr_in6 *>(&ss);
-        sin6->sin6_family = AF_INET6;
-        sin6->sin6_port = htons(port);
-        sin6->sin6_addr = in6addr_loopback;
-    }
+    auto *sin = reinterpret_cast<sockaddr_in *>(&ss);
+    auto *sin6 = reinterpret_cast<sockaddr_in6 *>(&ss);
+    ss.ss_family = family == Family::IPv4 ? AF_INET : AF_INET6;
+    sin->sin_port = htons(port);  // where sin6_port sits too
+    if (family == Family::IPv4) sin->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (family == Family::IPv6) sin6->sin6_addr = in6addr_loopback;
     return ss;
+}
+
+uint16_t port_of(int fd) {
+    sockaddr_storage ss{};
+    socklen_t len = sizeof ss;
+    getsockname(fd, reinterpret_cast<sockaddr *>(&ss), &len);
+    return ntohs(reinterpret_cast<sockaddr_in *>(&ss)->sin_port);
 }
 
 // Content-Length of a request head, 0 when absent.
 size_t content_length(const std::string &head) {
-    size_t pos = 0;
-    while ((pos = head.find("\r\n", pos)) != std::string::npos) {
-        pos += 2;
-        static const char kName[] = "content-length:";
-        if (strncasecmp(head.c_str() + pos, kName, sizeof kName - 1) == 0)
-            return strtoul(head.c_str() + pos + sizeof kName - 1, nullptr, 10);
-    }
+    for (size_t at = 0; (at = head.find("\r\n", at)) != std::string::npos;)
+        if (strncasecmp(head.c_str() + (at += 2), "content-length:", 15) == 0) return strtoul(head.c_str() + at + 15, nullptr, 10);
     return 0;
+}
+
+std::string name_and_peer(int fd, int (*get)(int, sockaddr *, socklen_t *)) {
+    sockaddr_storage ss{};
+    socklen_t len = sizeof ss;
+    return get(fd, reinterpret_cast<sockaddr *>(&ss), &len) == 0 ? std::string(reinterpret_cast<char *>(&ss), len) : "";
+}
+
+// The socket of this process at the other end of the loopback connection fd, or -1.
+int local_peer_of(int fd) {
+    const std::string self = name_and_peer(fd, getsockname), peer = name_and_peer(fd, getpeername);
+    int found = -1;
+    DIR *dir = opendir("/proc/self/fd");
+    while (dirent *e = found < 0 && dir && !self.empty() ? readdir(dir) : nullptr) {
+        int other = atoi(e->d_name);
+        if (e->d_name[0] != '.' && other != fd && name_and_peer(other, getsockname) == peer &&
+            name_and_peer(other, getpeername) == self)
+            found = other;
+    }
+    if (dir) closedir(dir);
+    return found;
 }
 
 }  // namespace
 
 Server::Server(Family family) : family_(family) {
-    if (pipe2(stop_pipe_, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
     listen_fd_ = socket(family == Family::IPv4 ? AF_INET : AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (listen_fd_ < 0) throw std::runtime_error("socket");
-    int one = 1;
-    setsockopt(listen_fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
     sockaddr_storage ss = loopback(family, 0);
-    if (bind(listen_fd_, reinterpret_cast<sockaddr *>(&ss), addr_len(ss)) != 0)
-        throw std::runtime_error("bind");
-    socklen_t len = sizeof ss;
-    getsockname(listen_fd_, reinterpret_cast<sockaddr *>(&ss), &len);
-    port_ = ntohs(family == Family::IPv4 ? reinterpret_cast<sockaddr_in *>(&ss)->sin_port
-                                         : reinterpret_cast<sockaddr_in6 *>(&ss)->sin6_port);
+    if (pipe2(stop_pipe_, O_CLOEXEC) != 0 || listen_fd_ < 0 || bind(listen_fd_, reinterpret_cast<sockaddr *>(&ss), addr_len(ss)) != 0)
+        throw std::runtime_error("scripted server");
+    port_ = port_of(listen_fd_);
 }
 
 Server::~Server() {
-    if (stop_pipe_[1] >= 0) (void)!write(stop_pipe_[1], "x", 1);
+    (void)!write(stop_pipe_[1], "x", 1);
     if (thread_.joinable()) thread_.join();
-    if (listen_fd_ >= 0) ::close(listen_fd_);
+    ::close(listen_fd_);
     ::close(stop_pipe_[0]);
     ::close(stop_pipe_[1]);
 }
 
-std::string Server::host() const { return family_ == Family::IPv4 ? "127.0.0.1" : "::1"; }
-
 std::string Server::url(const std::string &path) const {
-    std::string h = family_ == Family::IPv4 ? host() : "[" + host() + "]";
-    return "http://" + h + ":" + std::to_string(port_) + path;
+    return "http://" + (family_ == Family::IPv4 ? host() : "[" + host() + "]") + ":" + std::to_string(port_) + path;
 }
-
 sockaddr_storage Server::address() const { return loopback(family_, port_); }
 
-Server &Server::read_request() { steps_.push_back({Kind::ReadRequest, {}, 0, {}}); return *this; }
-Server &Server::read_bytes(size_t n) { steps_.push_back({Kind::ReadBytes, {}, n, {}}); return *this; }
-Server &Server::read_until_close() { steps_.push_back({Kind::ReadUntilClose, {}, 0, {}}); return *this; }
-Server &Server::send(const std::string &bytes) { steps_.push_back({Kind::Send, bytes, 0, {}}); return *this; }
-Server &Server::pause(milliseconds d) { steps_.push_back({Kind::Pause, {}, 0, d}); return *this; }
-Server &Server::stall(milliseconds d) { return pause(d); }
-Server &Server::wait_until(std::function<bool()> ready) {
-    steps_.push_back({Kind::WaitUntil, {}, 0, {}, std::move(ready)});
+Server &Server::small_receive_buffer() {
+    int size = 4096;  // inherited by accepted sockets, fixes the window
+    setsockopt(listen_fd_, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
     return *this;
 }
-Server &Server::taken() { steps_.push_back({Kind::Taken, {}, 0, {}}); return *this; }
-Server &Server::half_close() { steps_.push_back({Kind::HalfClose, {}, 0, {}}); return *this; }
-Server &Server::close() { steps_.push_back({Kind::Close, {}, 0, {}}); return *this; }
-Server &Server::reset() { steps_.push_back({Kind::Reset, {}, 0, {}}); return *this; }
-Server &Server::next_connection() { steps_.push_back({Kind::NextConnection, {}, 0, {}}); return *this; }
-Server &Server::small_receive_buffer() { small_rcvbuf_ = true; return *this; }
 
 void Server::start() {
-    if (small_rcvbuf_) {
-        int size = 4096;  // inherited by accepted sockets, fixes the window
-        setsockopt(listen_fd_, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-    }
     if (listen(listen_fd_, 16) != 0) throw std::runtime_error("listen");
     thread_ = std::thread([this] { run(); });
 }
@@ -112,12 +101,11 @@ void Server::start() {
 int Server::connect_client(bool nonblock) {
     sockaddr_storage ss = address();
     int fd = socket(ss.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return -1;
-    if (connect(fd, reinterpret_cast<sockaddr *>(&ss), addr_len(ss)) != 0) {
+    if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr *>(&ss), addr_len(ss)) != 0) {
         ::close(fd);
         return -1;
     }
-    if (nonblock) fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+    if (fd >= 0 && nonblock) fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
     return fd;
 }
 
@@ -126,143 +114,85 @@ bool Server::wait() {
     return cv_.wait_for(lock, std::chrono::seconds(60), [this] { return done_; });
 }
 
-std::string Server::request(size_t conn) const { return received(conn); }
-
+std::string Server::at(const std::vector<std::string> &v, size_t i) const {
+    std::lock_guard<std::mutex> lock(m_);
+    return i < v.size() ? v[i] : std::string();
+}
 size_t Server::connections() const {
     std::lock_guard<std::mutex> lock(m_);
     return received_.size();
 }
 
-std::string Server::received(size_t conn) const {
-    std::lock_guard<std::mutex> lock(m_);
-    return conn < received_.size() ? received_[conn] : std::string();
-}
-
-void Server::append(size_t conn, const char *data, size_t n) {
-    std::lock_guard<std::mutex> lock(m_);
-    received_[conn].append(data, n);
-}
-
-bool Server::sleep_for(milliseconds d) {
-    pollfd p = {stop_pipe_[0], POLLIN, 0};
-    return poll(&p, 1, static_cast<int>(d.count())) == 0;
-}
-
 int Server::accept_one() {
     pollfd p[2] = {{listen_fd_, POLLIN, 0}, {stop_pipe_[0], POLLIN, 0}};
-    if (poll(p, 2, 60000) <= 0 || (p[1].revents & POLLIN)) return -1;
-    int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0) {
-        std::lock_guard<std::mutex> lock(m_);
-        received_.emplace_back();
-    }
+    sockaddr_storage from{};
+    socklen_t len = sizeof from;
+    int fd = poll(p, 2, 60000) > 0 && !(p[1].revents & POLLIN)
+                 ? accept4(listen_fd_, reinterpret_cast<sockaddr *>(&from), &len, SOCK_CLOEXEC) : -1;
+    char text[INET6_ADDRSTRLEN] = "";
+    const void *addr = from.ss_family == AF_INET ? static_cast<void *>(&reinterpret_cast<sockaddr_in *>(&from)->sin_addr)
+                                                 : &reinterpret_cast<sockaddr_in6 *>(&from)->sin6_addr;
+    inet_ntop(from.ss_family, addr, text, sizeof text);
+    std::lock_guard<std::mutex> lock(m_);
+    if (fd >= 0) received_.emplace_back(), peers_.emplace_back(text);
     return fd;
 }
 
-// Reads at most want bytes; false when the peer closed, an error happened
-// or the server is stopping.
 bool Server::read_some(int fd, size_t conn, size_t want) {
     pollfd p[2] = {{fd, POLLIN, 0}, {stop_pipe_[0], POLLIN, 0}};
-    if (poll(p, 2, 60000) <= 0 || (p[1].revents & POLLIN)) return false;
     char buf[65536];
-    ssize_t n = recv(fd, buf, want < sizeof buf ? want : sizeof buf, 0);
-    if (n <= 0) return false;
-    append(conn, buf, static_cast<size_t>(n));
-    return true;
+    ssize_t n = poll(p, 2, 60000) > 0 && !(p[1].revents & POLLIN) ? recv(fd, buf, std::min(want, sizeof buf), 0) : -1;
+    std::lock_guard<std::mutex> lock(m_);
+    if (n > 0) received_[conn].append(buf, static_cast<size_t>(n));
+    return n > 0;
 }
 
 void Server::run() {
     int fd = -1;
-    size_t conn = 0;
-    size_t consumed = 0;  // bytes of this connection taken by earlier read steps
-    size_t sent = 0;      // bytes sent on this connection
+    size_t conn = 0, consumed = 0, sent = 0;  // consumed: taken by earlier reads
     bool stopping = false;
-    auto ensure_connection = [&] {
-        if (fd < 0 && !stopping) {
-            fd = accept_one();
-            if (fd < 0) stopping = true;
-            conn = connections() - 1;
-            consumed = 0;
-            sent = 0;
-        }
-        return fd >= 0;
+    auto hold = [&](const std::function<bool()> &ready) {
+        pollfd p = {stop_pipe_[0], POLLIN, 0};
+        while (!stopping && !ready()) stopping = poll(&p, 1, 1) != 0;
     };
     for (const Step &step : steps_) {
-        if (stopping) break;
-        switch (step.kind) {
-        case Kind::NextConnection:
+        if (step.kind == Kind::Next) {
             if (fd >= 0) ::close(fd);
             fd = -1;
-            break;
-        case Kind::Pause:
-            if (!sleep_for(step.delay)) stopping = true;
-            break;
-        case Kind::WaitUntil:
-            while (!step.ready())
-                if (!sleep_for(milliseconds(1))) {
-                    stopping = true;
-                    break;
-                }
-            break;
-        case Kind::ReadRequest: {
-            if (!ensure_connection()) break;
+            continue;
+        }
+        if (step.kind == Kind::WaitUntil) hold(step.ready);
+        if (step.kind != Kind::WaitUntil && fd < 0 && !stopping) {
+            stopping = (fd = accept_one()) < 0;
+            conn = connections() - 1, consumed = sent = 0;
+        }
+        if (stopping) break;
+        if (step.kind == Kind::ReadRequest) {
             size_t end;
-            while ((end = received(conn).find("\r\n\r\n", consumed)) == std::string::npos)
-                if (!read_some(fd, conn, 65536)) break;
-            if (end == std::string::npos) break;
-            size_t want = end + 4 + content_length(received(conn).substr(consumed, end + 4 - consumed));
-            while (received(conn).size() < want)
-                if (!read_some(fd, conn, want - received(conn).size())) break;
-            consumed = want;
-            break;
-        }
-        case Kind::ReadBytes: {
-            if (!ensure_connection()) break;
-            size_t want = consumed + step.count;
-            while (received(conn).size() < want)
-                if (!read_some(fd, conn, want - received(conn).size())) break;
-            consumed = want;
-            break;
-        }
-        case Kind::ReadUntilClose:
-            if (!ensure_connection()) break;
+            while ((end = request(conn).find("\r\n\r\n", consumed)) == std::string::npos && read_some(fd, conn, 65536)) {
+            }
+            if (end == std::string::npos) continue;
+            consumed = end + 4 + content_length(request(conn).substr(consumed, end + 4 - consumed));
+            while (request(conn).size() < consumed && read_some(fd, conn, consumed - request(conn).size())) {
+            }
+        } else if (step.kind == Kind::ReadUntilClose) {
             while (read_some(fd, conn, 65536)) {
             }
-            consumed = received(conn).size();
-            break;
-        case Kind::Send: {
-            if (!ensure_connection()) break;
+        } else if (step.kind == Kind::Send) {
             size_t off = 0;
-            while (off < step.bytes.size()) {
-                ssize_t n = ::send(fd, step.bytes.data() + off, step.bytes.size() - off, MSG_NOSIGNAL);
-                if (n <= 0) break;
+            for (ssize_t n; off < step.bytes.size() && (n = ::send(fd, &step.bytes[off], step.bytes.size() - off, MSG_NOSIGNAL)) > 0;)
                 off += static_cast<size_t>(n);
-            }
             sent += off;
-            break;
-        }
-        case Kind::Taken:
-            for (int peer; fd >= 0 && (peer = local_peer_of(fd)) >= 0 && !taken_off(peer, sent);)
-                if (!sleep_for(milliseconds(1))) {
-                    stopping = true;
-                    break;
-                }
-            break;
-        case Kind::HalfClose:
-            if (ensure_connection()) shutdown(fd, SHUT_WR);
-            break;
-        case Kind::Close:
-            if (ensure_connection()) ::close(fd);
+        } else if (step.kind == Kind::Taken) {
+            hold([&] {
+                int peer = local_peer_of(fd);
+                return peer < 0 || taken_off(peer, sent);
+            });
+        } else if (step.kind == Kind::Close || step.kind == Kind::Reset) {
+            linger lg = {1, 0};
+            if (step.kind == Kind::Reset) setsockopt(fd, SOL_SOCKET, SO_LINGER, &lg, sizeof lg);
+            ::close(fd);
             fd = -1;
-            break;
-        case Kind::Reset:
-            if (ensure_connection()) {
-                linger lg = {1, 0};
-                setsockopt(fd, SOL_SOCKET, SO_LINGER, &lg, sizeof lg);
-                ::close(fd);
-            }
-            fd = -1;
-            break;
         }
     }
     if (fd >= 0) ::close(fd);
@@ -271,72 +201,31 @@ void Server::run() {
     cv_.notify_all();
 }
 
-namespace {
-
-bool same_address(const sockaddr_storage &a, socklen_t alen, const sockaddr_storage &b,
-                  socklen_t blen) {
-    return alen == blen && memcmp(&a, &b, alen) == 0;
-}
-
-}  // namespace
-
-int local_peer_of(int fd) {
-    sockaddr_storage self{}, peer{};
-    socklen_t self_len = sizeof self, peer_len = sizeof peer;
-    if (getsockname(fd, reinterpret_cast<sockaddr *>(&self), &self_len) != 0 ||
-        getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &peer_len) != 0)
-        return -1;
-    int found = -1;
-    DIR *dir = opendir("/proc/self/fd");
-    if (!dir) return -1;
-    while (dirent *e = readdir(dir)) {
-        int other = atoi(e->d_name);
-        if (e->d_name[0] == '.' || other == fd || other == dirfd(dir)) continue;
-        sockaddr_storage a{}, b{};
-        socklen_t a_len = sizeof a, b_len = sizeof b;
-        if (getsockname(other, reinterpret_cast<sockaddr *>(&a), &a_len) == 0 &&
-            getpeername(other, reinterpret_cast<sockaddr *>(&b), &b_len) == 0 &&
-            same_address(a, a_len, peer, peer_len) && same_address(b, b_len, self, self_len)) {
-            found = other;
-            break;
-        }
-    }
-    closedir(dir);
-    return found;
-}
-
 bool taken_off(int fd, size_t n) {
     // Received first, queued second: bytes that arrive in between only make
     // the answer later, never wrong.
     tcp_info info{};
     socklen_t len = sizeof info;
-    if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &len) != 0) return false;
-    int queued = 0;
-    if (ioctl(fd, FIONREAD, &queued) != 0) return false;
+    int queued = 0, unacked = 0, peer;
+    if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &len) != 0 || ioctl(fd, FIONREAD, &queued) != 0) return false;
     if (len >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received)
         return info.tcpi_bytes_received >= n && queued == 0;
     // qemu user emulation passes back only the first word of TCP_INFO. Then
     // "arrived" is told by the sending end: nothing it sent is unacknowledged.
     // The caller checks after sending exactly n bytes, so that stands for n.
-    int peer = local_peer_of(fd);
-    int unacked = 0;
-    if (peer < 0 || ioctl(peer, TIOCOUTQ, &unacked) != 0) return false;
-    return unacked == 0 && queued == 0;
+    return (peer = local_peer_of(fd)) >= 0 && ioctl(peer, TIOCOUTQ, &unacked) == 0 && unacked == 0 && queued == 0;
 }
 
 uint16_t unused_port() {
-    // Bound but never listening: connections to it are refused.
+    // Bound but never listening: connections to it are refused. Its holder
+    // stays open for the process.
     static int holder = -1;
-    static uint16_t port = 0;
     if (holder < 0) {
         holder = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_storage ss = loopback(Family::IPv4, 0);
         bind(holder, reinterpret_cast<sockaddr *>(&ss), sizeof(sockaddr_in));
-        socklen_t len = sizeof ss;
-        getsockname(holder, reinterpret_cast<sockaddr *>(&ss), &len);
-        port = ntohs(reinterpret_cast<sockaddr_in *>(&ss)->sin_port);
     }
-    return port;
+    return port_of(holder);
 }
 
 }  // namespace scripted

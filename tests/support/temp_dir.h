@@ -1,4 +1,5 @@
-// A scratch directory removed with everything in it when the owner goes.
+// A scratch directory removed with everything in it when the owner goes,
+// and the file helpers that the suites share.
 #ifndef HTTP_UTIL_TESTS_TEMP_DIR_H
 #define HTTP_UTIL_TESTS_TEMP_DIR_H
 
@@ -9,39 +10,69 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+namespace files {
+
+inline std::string read_file(const std::string &path) {
+    std::ostringstream s;
+    s << std::ifstream(path, std::ios::binary).rdbuf();
+    return s.str();
+}
+inline void write_file(const std::string &path, const std::string &bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+inline bool exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
+inline time_t mtime_of(const std::string &path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 ? st.st_mtime : -1;
+}
+// Bytes 0, 7, 14, ... (mod 251): every offset is recognisable, and no CR LF.
+inline std::string pattern(size_t n, size_t from = 0) {
+    std::string s(n, '\0');
+    for (size_t i = 0; i < n; ++i) s[i] = static_cast<char>((from + i) * 7 % 251);
+    return s;
+}
+// Names in a directory, without "." and "..".
+inline std::vector<std::string> entries(const std::string &dir) {
+    std::vector<std::string> out;
+    DIR *d = opendir(dir.c_str());
+    while (dirent *e = d ? readdir(d) : nullptr)
+        if (std::string(".") != e->d_name && std::string("..") != e->d_name) out.push_back(e->d_name);
+    if (d) closedir(d);
+    return out;
+}
+inline std::set<std::string> open_fds() {
+    std::vector<std::string> fds = entries("/proc/self/fd");
+    return {fds.begin(), fds.end()};
+}
+
+}  // namespace files
+
 class TempDir {
 public:
-    TempDir() {
-        char tmpl[] = "/tmp/http_util_test_XXXXXX";
-        if (mkdtemp(tmpl) == nullptr) throw std::runtime_error("mkdtemp");
-        path_ = tmpl;
+    TempDir() : path_("/tmp/http_util_test_XXXXXX") {
+        if (mkdtemp(&path_[0]) == nullptr) throw std::runtime_error("mkdtemp");
     }
-    ~TempDir() { remove_tree(path_); }
+    // unlinkat, not unlink: the tests make unlink fail, and the folder must
+    // go whatever a test left armed.
+    ~TempDir() { remove_tree(AT_FDCWD, path_.c_str()); }
     TempDir(const TempDir &) = delete;
     TempDir &operator=(const TempDir &) = delete;
 
     const std::string &path() const { return path_; }
     std::string file(const std::string &name) const { return path_ + "/" + name; }
-
-    // Writes a file and returns its path.
-    std::string write(const std::string &name, const std::string &content) const {
-        std::string p = file(name);
-        std::ofstream(p, std::ios::binary) << content;
-        return p;
+    std::string write(const std::string &name, const std::string &content) const {  // returns the path
+        files::write_file(file(name), content);
+        return file(name);
     }
-
-    static std::string read(const std::string &p) {
-        std::ifstream in(p, std::ios::binary);
-        return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    }
+    static std::string read(const std::string &p) { return files::read_file(p); }
+    std::vector<std::string> entries() const { return files::entries(path_); }
 
     // Runs f with this directory as the working directory (where a call
-    // given no local file saves), and returns what f returns; the old
-    // working directory is back however f ends.
+    // given no local file saves); the old one is back however f ends.
     template <class F>
     auto inside(F f) const {
         struct Back {
@@ -50,43 +81,20 @@ public:
                 if (fchdir(fd) != 0) abort();
                 close(fd);
             }
-        };
-        int old = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (old < 0) throw std::runtime_error("open .");
-        Back back{old};
-        if (chdir(path_.c_str()) != 0) throw std::runtime_error("chdir");
+        } back{open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+        if (back.fd < 0 || chdir(path_.c_str()) != 0) throw std::runtime_error("chdir");
         return f();
     }
 
-    // Names in the directory, without "." and "..".
-    std::vector<std::string> entries() const {
-        std::vector<std::string> out;
-        if (DIR *d = opendir(path_.c_str())) {
-            while (dirent *e = readdir(d)) {
-                std::string n = e->d_name;
-                if (n != "." && n != "..") out.push_back(n);
-            }
-            closedir(d);
-        }
-        return out;
-    }
-
 private:
-    static void remove_tree(const std::string &p) {
-        if (DIR *d = opendir(p.c_str())) {
-            while (dirent *e = readdir(d)) {
-                std::string n = e->d_name;
-                if (n == "." || n == "..") continue;
-                std::string child = p + "/" + n;
-                struct stat st;
-                if (lstat(child.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
-                    remove_tree(child);
-                else
-                    unlink(child.c_str());
-            }
-            closedir(d);
-        }
-        rmdir(p.c_str());
+    static void remove_tree(int at, const char *name) {
+        int fd = openat(at, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        DIR *d = fd >= 0 ? fdopendir(fd) : nullptr;
+        while (dirent *e = d ? readdir(d) : nullptr)
+            if (std::string(".") != e->d_name && std::string("..") != e->d_name && unlinkat(fd, e->d_name, 0) != 0)
+                remove_tree(fd, e->d_name);
+        d ? (void)closedir(d) : fd >= 0 ? (void)close(fd) : (void)0;
+        unlinkat(at, name, AT_REMOVEDIR);
     }
 
     std::string path_;

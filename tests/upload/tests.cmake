@@ -1,3 +1,1 @@
-list(APPEND HTTP_UTIL_UNIT_TESTS
-    upload/post_test.cpp
-    upload/upload_test.cpp)
+list(APPEND HTTP_UTIL_UNIT_TESTS upload/upload_test.cpp)

@@ -1,9 +1,13 @@
-// The upload entry points' own checks, and temporary names.
+// Uploads on the wire: the request bytes, the answers, and the checks the
+// upload calls make before connecting.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
+#include <atomic>
+#include <chrono>
+#include <functional>
 #include <regex>
-#include <set>
 #include <string>
 
 #include "fake_device.h"
@@ -13,109 +17,184 @@
 
 namespace {
 
-// A server that must not be contacted: any connection shows up in it.
-class Untouched : public testing::Test {
+using scripted::Family;
+const std::string kOk = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+
+class Upload : public testing::Test {
 protected:
-    void SetUp() override { srv_.start(); }
-    void TearDown() override { EXPECT_EQ(srv_.connections(), 0u) << "a connection was made"; }
-    scripted::Server srv_;
+    // A URL record for srv (freed by the fixture); Host follows port when given.
+    http_url_param *record(const scripted::Server &srv, const std::string &path = "/up", int port = 0, bool multipart = true) {
+        http_util_param param{};
+        int err = -1;
+        free(rec_);
+        rec_ = http_create_url_param(srv.url(path).c_str(), &err, &param, 0, nullptr);
+        EXPECT_NE(rec_, nullptr) << err;
+        rec_->port = port != 0 ? port : rec_->port;
+        rec_->multipart = multipart;
+        return rec_;
+    }
+    void TearDown() override { free(rec_); }
     TempDir dir_;
+    http_url_param *rec_ = nullptr;
 };
 
-TEST_F(Untouched, NullLocalFileIsAWrongParameter) {
-    EXPECT_EQ(http_upload_file(srv_.url("/x").c_str(), nullptr), HTTP_UTIL_ERR_PARAM);
-    EXPECT_EQ(http_upload_file(nullptr, "/etc/hostname"), HTTP_UTIL_ERR_PARAM);
-    http_util_param param{};
-    EXPECT_EQ(http_upload_param(srv_.url("/x").c_str(), "/etc/hostname", nullptr, 0, nullptr),
-              HTTP_UTIL_ERR_PARAM);
-    (void)param;
-}
-
-TEST_F(Untouched, OtherSchemesAreRefused) {
-    const std::string file = dir_.write("f", "x");
-    EXPECT_EQ(http_upload_file("ftp://127.0.0.1/x", file.c_str()), HTTP_UTIL_ERR_NOT_HTTP);
-    auto texts = fake::log_texts("http_upload_param");
-    ASSERT_EQ(texts.size(), 1u);
-    EXPECT_EQ(texts[0], "http_create_url fail");
-    EXPECT_EQ(fake::device().logs.back().module, "http_upload");
-}
-
-TEST_F(Untouched, BadTlvBlockSendsNothing) {
-    const std::string file = dir_.write("f", "x");
-    struct {
-        uint32_t type, len;
-        unsigned char value[4];
-        uint32_t end_type, end_len;
-    } block = {HTTP_UTIL_TLV_SRC_IP, 3, {127, 0, 0, 1}, 0, 0};
-    EXPECT_EQ(http_upload_file_tlv(srv_.url("/x").c_str(), file.c_str(), &block), HTTP_UTIL_ERR_PARAM);
-}
-
-TEST(UploadEntryPoints, TlvSourceAddressIsUsed) {
-    TempDir dir;
-    const std::string file = dir.write("f", "abc");
-    scripted::Server srv;
-    srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n").close();
-    srv.start();
-    struct {
-        uint32_t type, len;
-        unsigned char value[4];
-        uint32_t end_type, end_len;
-    } block = {HTTP_UTIL_TLV_SRC_IP, 4, {127, 0, 0, 2}, 0, 0};
-    EXPECT_EQ(http_upload_file_tlv(srv.url("/x").c_str(), file.c_str(), &block), 0);
-    EXPECT_TRUE(fake::logged("HTTP: bind source ip to socket success!, addr: 127.0.0.2 \r\n"));
-}
-
-TEST(UploadEntryPoints, WrappersPrintNothingAndIgnoreCtrlC) {
-    TempDir dir;
-    const std::string file = dir.write("f", "abc");
-    scripted::Server srv;
-    srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n").close();
-    srv.start();
-    fake::device().keys = {3, 3, 3};
-    EXPECT_EQ(http_upload_file(srv.url("/x").c_str(), file.c_str()), 0);
-    EXPECT_EQ(fake::device().terminal, "");
-    EXPECT_EQ(fake::device().polls, 0);
-}
-
-TEST(UploadEntryPoints, CallersRecordTurnsTheDisplayOn) {
-    TempDir dir;
-    const std::string file = dir.write("f", "abc");
-    scripted::Server srv;
-    srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n").close();
-    srv.start();
-    http_util_param param{};
-    param.show_progress = 1;
-    EXPECT_EQ(http_upload_param(srv.url("/x").c_str(), file.c_str(), &param, 0, nullptr), 0);
-    EXPECT_TRUE(std::regex_match(fake::device().terminal, std::regex("Press Ctrl\\+C to quit\n!+\n")))
-        << fake::device().terminal;
-}
-
-TEST(TempName, EightCharactersForAOneLetterName) {
-    std::set<std::string> seen;
-    for (int i = 0; i < 20; ++i) {
-        char *name = http_util_generate_tmpname("a");
-        ASSERT_NE(name, nullptr);
-        EXPECT_TRUE(std::regex_match(name, std::regex("a\\.[A-Za-z0-9]{6}"))) << name;
-        EXPECT_NE(access(name, F_OK), 0);
-        seen.insert(name);
-        free(name);
+// The one place for the Host forms: the port unless it is 80 (as the URL
+// gave it, unchecked), brackets round an IPv6 literal. A GET forms it the same.
+TEST_F(Upload, RequestBytes) {
+    struct Row {
+        const char *name;
+        Family family;
+        int port;  // of the URL record; 0: the server's, which follows a host ending in ':'
+        std::string path, file, data;
+        bool multipart;
+        std::string host;
+    };
+    const std::string deep = std::string(200, 'd') + "/" + std::string(200, 'f');
+    const Row rows[] = {
+        {"IPv4, port 80", Family::IPv4, 80, "/up", "a", "x", true, "127.0.0.1"},
+        {"IPv4, another port", Family::IPv4, 0, "/up", "a", "x", true, "127.0.0.1:"},
+        {"IPv6, port 80", Family::IPv6, 80, "/up", "a", "x", true, "[::1]"},
+        {"IPv6, another port", Family::IPv6, 0, "/up", "a", "x", true, "[::1]:"},
+        {"port above 65535", Family::IPv4, 65616, "/up", "a", "x", true, "127.0.0.1:65616"},
+        {"query", Family::IPv4, 80, "/cgi/upload?x=1", "fw.bin", "hello, world\n", true, "127.0.0.1"},
+        {"empty file", Family::IPv4, 80, "/up", "empty", "", true, "127.0.0.1"},
+        {"raw", Family::IPv4, 80, "/raw", "raw.bin", std::string(3000, 'r'), false, "127.0.0.1"},
+        {"long path, the part header cut to 511 bytes", Family::IPv4, 80, "/up", deep, "data", true, "127.0.0.1"},
+    };
+    mkdir(dir_.file(std::string(200, 'd')).c_str(), 0700);
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.name);
+        const std::string file = dir_.write(r.file, r.data);
+        scripted::Server srv(r.family);
+        srv.read_request().send(kOk).close();
+        srv.start();
+        EXPECT_EQ(http_post_loop(record(srv, r.path, r.port, r.multipart), file.c_str(), nullptr), 0);
+        ASSERT_TRUE(srv.wait());
+        const std::string req = srv.request();
+        std::smatch m;  // the boundary the library drew
+        const bool drawn = std::regex_search(req, m, std::regex("boundary=(-{20}[A-Za-z0-9]{23})\r\n"));
+        EXPECT_EQ(drawn, r.multipart) << req;
+        const std::string b = drawn ? m[1].str() : "";
+        const std::string body = r.multipart ? ("--" + b + "\r\nContent-Disposition: form-data; name=\"file1\"; filename=\"" + file +
+                                                "\"\r\nContent-Type: application/octet-stream\r\n\r\n").substr(0, 511) +
+                                                   r.data + "\r\n--" + b + "--\r\n"
+                                             : r.data;
+        EXPECT_EQ(req, "POST " + r.path + " HTTP/1.1\r\nHost: " + r.host + (r.host.back() == ':' ? std::to_string(srv.port()) : "") +
+                           "\r\nContent-Type: " + (r.multipart ? "multipart/form-data; boundary=" + b : "application/octet-stream") +
+                           "\r\nAccept: */*\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
     }
-    EXPECT_GT(seen.size(), 15u);
 }
 
-TEST(TempName, KeepsTheDirectoryOfThePath) {
-    TempDir dir;
-    char *name = http_util_generate_tmpname(dir.file("dest.bin").c_str());
-    ASSERT_NE(name, nullptr);
-    EXPECT_EQ(std::string(name).rfind(dir.file("dest.bin."), 0), 0u);
-    free(name);
+TEST_F(Upload, ResultAndSavedReply) {
+    struct Row {
+        const char *name;
+        std::string answer;
+        int result;
+        std::string saved;  // "old": nothing saved; empty: no save path
+    };
+    const Row rows[] = {
+        {"ok", kOk, 0, "ok"},
+        {"created", "HTTP/1.1 201 Created\r\nContent-Length: 5\r\n\r\nmade!", 21, "made!"},
+        {"chunked", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n", 0, "abc"},
+        {"until close", "HTTP/1.1 200 OK\r\n\r\nto the end", 0, "to the end"},
+        {"not found", "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", 18, "old"},
+        {"forbidden", "HTTP/1.1 403 Forbidden\r\n\r\n", 19, "old"},
+        {"no head", "", 7, "old"},
+        {"cut body", "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc", 9, "abc"},
+        {"body left unread with no save path", "HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", 0, ""},
+    };
+    const std::string file = dir_.write("f", "payload"), save = dir_.file("reply");
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.name);
+        files::write_file(save, "old");
+        std::atomic<bool> done{false};
+        scripted::Server srv;
+        srv.read_request().send(r.answer);
+        r.saved.empty() ? srv.wait_until([&] { return done.load(); }) : srv.close();
+        srv.start();
+        EXPECT_EQ(http_post_loop(record(srv), file.c_str(), r.saved.empty() ? nullptr : save.c_str()), r.result);
+        done = true;
+        EXPECT_EQ(files::read_file(save), r.saved.empty() ? "old" : r.saved);
+    }
+    scripted::Server srv;
+    srv.start();
+    EXPECT_EQ(http_post_loop(record(srv), dir_.file("none").c_str(), nullptr), HTTP_UTIL_ERR_NO_LOCAL_FILE);
+    EXPECT_TRUE(fake::logged("file not exist: " + dir_.file("none")));
+    reinterpret_cast<sockaddr_in *>(&record(srv)->ip_addr)->sin_port = htons(scripted::unused_port());
+    EXPECT_EQ(http_post_loop(rec_, file.c_str(), nullptr), HTTP_UTIL_ERR_CONNECT);
+    EXPECT_TRUE(fake::logged("http_create_socket failed"));
+    EXPECT_EQ(srv.connections(), 0u);
 }
 
-TEST(TempName, NullNameIsLogged) {
-    EXPECT_EQ(http_util_generate_tmpname(nullptr), nullptr);
-    ASSERT_FALSE(fake::device().logs.empty());
-    EXPECT_EQ(fake::device().logs.back().text, "null parameter");
-    EXPECT_EQ(fake::device().logs.back().module, "http_upload");
+TEST_F(Upload, CallsRefusedBeforeAnyConnection) {
+    scripted::Server srv;
+    srv.start();
+    const std::string file = dir_.write("f", "x"), url = srv.url("/x");
+    const uint32_t block[] = {HTTP_UTIL_TLV_SRC_IP, 3, 0x0100007f, 0, 0};  // a wrong length
+    const std::pair<std::function<int()>, int> rows[] = {
+        {[&] { return http_upload_file(url.c_str(), nullptr); }, HTTP_UTIL_ERR_PARAM},
+        {[&] { return http_upload_file(nullptr, file.c_str()); }, HTTP_UTIL_ERR_PARAM},
+        {[&] { return http_upload_param(url.c_str(), file.c_str(), nullptr, 0, nullptr); }, HTTP_UTIL_ERR_PARAM},
+        {[&] { return http_upload_file("ftp://127.0.0.1/x", file.c_str()); }, HTTP_UTIL_ERR_NOT_HTTP},
+        {[&] { return http_upload_file_tlv(url.c_str(), file.c_str(), block); }, HTTP_UTIL_ERR_PARAM},
+        {[&] { return http_upload_file(srv.url("/a\rX-Injected: 1").c_str(), file.c_str()); }, HTTP_UTIL_ERR_URL_FORMAT},
+    };
+    for (const auto &r : rows) EXPECT_EQ(r.first(), r.second) << "row " << &r - rows;
+    EXPECT_EQ(srv.connections(), 0u);
+}
+
+// The plain calls print nothing and ignore Ctrl+C (the TLV block binds the
+// source address); a caller's record with show_progress 1 turns the display on.
+TEST_F(Upload, TerminalDisplay) {
+    const std::string file = dir_.write("f", "abc");
+    const uint32_t tlv[] = {HTTP_UTIL_TLV_SRC_IP, 4, htonl(0x7f000002), HTTP_UTIL_TLV_END, 0};
+    for (int show : {0, 1}) {
+        fake::reset();
+        fake::device().keys = std::deque<int>(show ? 0 : 3, 3);
+        scripted::Server srv;
+        srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n").close();
+        srv.start();
+        http_util_param param{};
+        param.show_progress = show;
+        EXPECT_EQ(show ? http_upload_param(srv.url("/x").c_str(), file.c_str(), &param, 0, nullptr)
+                       : http_upload_file_tlv(srv.url("/x").c_str(), file.c_str(), tlv), 0);
+        ASSERT_TRUE(srv.wait());
+        EXPECT_EQ(srv.peer(), show ? "127.0.0.1" : "127.0.0.2");
+        EXPECT_TRUE(std::regex_match(fake::device().terminal, std::regex(show ? "Press Ctrl\\+C to quit\n!+\n" : ""))) << fake::device().terminal;
+    }
+}
+
+TEST_F(Upload, CtrlCWhileTheServerAnswersCancels) {
+    const std::string file = dir_.write("f", "payload");
+    scripted::Server srv;
+    srv.read_request().wait_until([] { return false; });
+    srv.start();
+    http_url_param *rec = record(srv);
+    rec->param.show_progress = 1;
+    // Typed once the whole request has arrived: the head reader sees it.
+    fake::device().key_source = [&srv] { return srv.request().find("--\r\n", srv.request().size() - 4) != std::string::npos ? 3 : -1; };
+    EXPECT_EQ(http_post_loop(rec, file.c_str(), nullptr), HTTP_UTIL_ERR_CANCELED);
+    EXPECT_TRUE(fake::logged("cancle by user."));
+    EXPECT_EQ(fake::device().terminal.back(), '\n') << "the end stage closes the line";
+}
+
+// A server that stops reading: six timed-out one-second waits in a row end
+// the upload, with a "." on the terminal for each wait the upload survives.
+using UploadSlow = Upload;
+TEST_F(UploadSlow, StalledServerEndsTheUploadWithSendFailed) {
+    const std::string file = dir_.write("big", std::string(32 << 20, 'z'));
+    scripted::Server srv;
+    srv.small_receive_buffer().wait_until([] { return false; });
+    srv.start();
+    http_url_param *rec = record(srv);
+    rec->param.show_progress = 1;
+    const auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(http_post_loop(rec, file.c_str(), nullptr), HTTP_UTIL_ERR_SEND);
+    const auto took = std::chrono::steady_clock::now() - t0;
+    EXPECT_GE(took, std::chrono::milliseconds(5900));
+    EXPECT_LT(took, std::chrono::seconds(15));
+    EXPECT_TRUE(std::regex_match(fake::device().terminal, std::regex("Press Ctrl\\+C to quit\n!+\\.{5}\n"))) << fake::device().terminal;
+    EXPECT_TRUE(fake::logged("send data failed: -1."));
 }
 
 }  // namespace

@@ -1,0 +1,103 @@
+// The ten download calls: each hands the driver its progress record, its
+// management choice, its TLV block and its retry count. Without the optional
+// services the management VRF cannot be used.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "fake_device.h"
+#include "http_util.h"
+#include "interpose.h"
+#include "scripted_server.h"
+#include "temp_dir.h"
+
+namespace {
+
+const char kIfName15[] = "mgmt0123456789a";  // the 15 characters kept of the name given
+
+struct Call {
+    const char *name;
+    std::function<int(http_progress *, const char *, const char *, int, const void *)> run;
+    bool progress, mgmt, byname, tlv, takes_ntry;
+};
+
+const Call kCalls[] = {
+    {"http_download_file", [](http_progress *, const char *u, const char *f, int, const void *) { return http_download_file(u, f); }, false, false, false, false, false},
+    {"http_download_file_tlv", [](http_progress *, const char *u, const char *f, int, const void *t) { return http_download_file_tlv(u, f, t); }, false, false, false, true, false},
+    {"http_download_file_ntry", [](http_progress *, const char *u, const char *f, int n, const void *) { return http_download_file_ntry(u, f, n); }, false, false, false, false, true},
+    {"http_download_file_ntry_tlv", [](http_progress *, const char *u, const char *f, int n, const void *t) { return http_download_file_ntry_tlv(u, f, n, t); }, false, false, false, true, true},
+    {"http_download_file_progress", [](http_progress *p, const char *u, const char *f, int n, const void *) { return http_download_file_progress(p, u, f, n); }, true, false, false, false, true},
+    {"http_download_file_progress_tlv", [](http_progress *p, const char *u, const char *f, int n, const void *t) { return http_download_file_progress_tlv(p, u, f, n, t); }, true, false, false, true, true},
+    {"http_mgnt_download_file_progress", [](http_progress *p, const char *u, const char *f, int n, const void *) { return http_mgnt_download_file_progress(p, u, f, n); }, true, true, false, false, true},
+    {"http_mgnt_download_file_progress_byname", [](http_progress *p, const char *u, const char *f, int n, const void *) { return http_mgnt_download_file_progress_byname(p, u, f, n, "mgmt0123456789abcdef"); }, true, true, true, false, true},
+    {"http_mgnt_download_file", [](http_progress *, const char *u, const char *f, int, const void *) { return http_mgnt_download_file(u, f); }, false, true, false, false, false},
+    {"http_mngt_download_file_ntry", [](http_progress *, const char *u, const char *f, int n, const void *) { return http_mngt_download_file_ntry(u, f, n); }, false, true, false, false, true},
+};
+
+struct Tlv {  // binds the socket to 127.0.0.2
+    uint32_t type = HTTP_UTIL_TLV_SRC_IP, len = 4, addr = htonl(0x7f000002), end = HTTP_UTIL_TLV_END, end_len = 0;
+};
+const uint32_t kBadTlv[] = {2, 4, 0, 0, 0};  // no such type
+
+class EntryOptionalServices : public testing::Test {
+protected:
+    void SetUp() override {
+        interpose::skip_pauses = true;
+        fake::device().ifindex[kIfName15] = 7;
+        fake::device().if_vrf[7] = 0;
+    }
+    TempDir dir;
+    std::string file = dir.file("b.bin");
+};
+
+TEST_F(EntryOptionalServices, EveryCallDownloadsWithItsOwnInputs) {
+    Tlv good;
+    for (const Call &c : kCalls)
+        for (const void *tlv : {static_cast<const void *>(&good), static_cast<const void *>(kBadTlv), static_cast<const void *>(nullptr)}) {
+            if (!c.tlv && tlv != &good) continue;
+            SCOPED_TRACE(std::string(c.name) + (tlv == kBadTlv ? ", bad block" : tlv ? "" : ", no block"));
+            fake::device().vrf_name_calls.clear();
+            fake::device().if_index_calls.clear();
+            unlink(file.c_str());
+            scripted::Server srv;
+            srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello");
+            srv.start();
+            http_progress progress{};
+            const int rc = c.run(&progress, srv.url("/b.bin").c_str(), file.c_str(), 0, tlv);
+            const bool unusable = c.mgmt && !c.byname;
+#ifndef FAKE_OPTIONAL_SERVICES
+            if (unusable) {
+                EXPECT_EQ(rc, HTTP_UTIL_ERR_CONNECT);
+                continue;
+            }
+#endif
+            EXPECT_EQ(rc, tlv == kBadTlv ? HTTP_UTIL_ERR_PARAM : HTTP_UTIL_OK);
+            EXPECT_EQ(files::read_file(file), tlv == kBadTlv ? "" : "hello");
+            EXPECT_EQ(srv.connections(), tlv == kBadTlv ? 0u : 1u);
+            if (tlv == kBadTlv) continue;
+            EXPECT_EQ(srv.peer(), c.tlv && tlv ? "127.0.0.2" : "127.0.0.1");
+            EXPECT_EQ(progress.total, c.progress ? 5u : 0u) << "progress record passed on";
+            EXPECT_EQ(fake::device().vrf_name_calls, std::vector<std::string>(unusable, "___Mgmt_oob"));
+            EXPECT_EQ(fake::device().if_index_calls, std::vector<std::string>(c.byname, kIfName15));
+        }
+}
+
+// Attempts counted by the pauses between them.
+TEST_F(EntryOptionalServices, RetryCountComesFromTheArgumentOrTheOptionAtCallTime) {
+    const std::string url = "http://127.0.0.1:" + std::to_string(scripted::unused_port()) + "/b";
+    g_http_opt.wait = 1;
+    Tlv tlv;
+    for (const Call &c : kCalls)
+        for (int option : {0, 1}) {
+            SCOPED_TRACE(std::string(c.name) + ", option " + std::to_string(option));
+            g_http_opt.ntry = option;
+            interpose::pauses.clear();
+            EXPECT_EQ(c.run(nullptr, url.c_str(), file.c_str(), 2, &tlv), HTTP_UTIL_ERR_CONNECT);
+            EXPECT_EQ(interpose::pauses.size(), c.takes_ntry ? 2u : static_cast<size_t>(option));
+        }
+}
+
+}  // namespace

@@ -1,2 +1,0 @@
-list(APPEND HTTP_UTIL_UNIT_TESTS
-    support/scripted_server_test.cpp)
