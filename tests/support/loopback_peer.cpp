@@ -7,15 +7,17 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <random>
 
 namespace peer {
-namespace {
-
-// Relative paths are under the peer's directory (nginx -p).
+// Relative paths are under the peer's directory (nginx -p). /301/NAME goes
+// through 302, 303 (a relative Location) and 307 to /NAME.
 constexpr char kNginxConf[] = R"(daemon off; master_process off; pid pid;
 events {} http { access_log off; default_type application/octet-stream;
-client_body_temp_path t; proxy_temp_path t; fastcgi_temp_path t; uwsgi_temp_path t; scgi_temp_path t;
+client_body_temp_path t; proxy_temp_path t; fastcgi_temp_path t; uwsgi_temp_path t;
+scgi_temp_path t;
 server { listen 127.0.0.1:%d; root www;
 location /chunked/ { alias www/; ssi on; ssi_types *; ssi_last_modified on; }
 location /nolm/ { alias www/; add_header Last-Modified ""; etag off; if_modified_since off; }
@@ -23,8 +25,6 @@ location /norange/ { alias www/; max_ranges 0; }
 location ~ ^/301/(.*) { return 301 /302/$1; } location ~ ^/302/(.*) { return 302 /303/$1; }
 location ~ ^/303/(.*) { absolute_redirect off; return 303 /307/$1; }
 location ~ ^/307/(.*) { return 307 /$1; } } })";
-
-}  // namespace
 
 Peer::Peer(Kind kind) {
     const char *host = kind == Kind::Sink6 ? "::1" : "127.0.0.1";
@@ -72,7 +72,8 @@ int tcp_socket(const char *host, int port, bool connect_it) {
     hints.ai_socktype = SOCK_STREAM;
     if (getaddrinfo(host, std::to_string(port).c_str(), &hints, &ai) != 0) return -1;
     int fd = socket(ai->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && (connect_it ? connect : bind)(fd, ai->ai_addr, ai->ai_addrlen) != 0) {
+    if (fd >= 0 && (connect_it ? connect(fd, ai->ai_addr, ai->ai_addrlen)
+                               : bind(fd, ai->ai_addr, ai->ai_addrlen) || listen(fd, 8)) != 0) {
         close(fd);
         fd = -1;
     }
@@ -87,9 +88,8 @@ int local_port(int fd) {
 }
 
 std::string random_bytes(size_t size, unsigned seed) {
-    std::mt19937 gen(seed);
     std::string out(size, '\0');
-    for (char &c : out) c = static_cast<char>(gen());
+    std::generate(out.begin(), out.end(), std::mt19937(seed));
     return out;
 }
 
@@ -104,11 +104,7 @@ time_t mtime(const std::string &path) {
 }
 
 size_t open_fds() {
-    size_t n = 0;
-    DIR *d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) ++n;
-    closedir(d);
-    return n;
+    namespace fs = std::filesystem;
+    return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
 }
-
 }  // namespace peer
