@@ -1,6 +1,5 @@
-// A non-English LC_TIME for the host side of a test: German, compiled from
-// the locales package's sources into the build tree by the build, so that
-// no system locale has to exist and none is changed.
+// A non-English LC_TIME (German) for the host side of a test, compiled by
+// the build into its own tree: no system locale is needed or changed.
 #ifndef HTTP_UTIL_TESTS_FOREIGN_LOCALE_H
 #define HTTP_UTIL_TESTS_FOREIGN_LOCALE_H
 
@@ -8,16 +7,12 @@
 #include <stdlib.h>
 
 namespace peer {
-
 constexpr const char *kForeignTimeLocale = "de_DE.UTF-8";
-
-// Switches the process's LC_TIME to it; false when it cannot. Call it while
-// the process has one thread.
+// Switches the process's LC_TIME to it while it has one thread.
 inline bool use_foreign_time_locale() {
     setenv("LOCPATH", HTTP_UTIL_TEST_LOCPATH ":/usr/lib/locale", 1);
     return setlocale(LC_TIME, kForeignTimeLocale) != nullptr;
 }
-
 }  // namespace peer
 
 #endif

@@ -1,53 +1,40 @@
-// What every end-to-end peer has: a child process listening on a loopback
-// port and a private temp directory, both gone when the peer is stopped or
-// destroyed.
+// Real peers for end-to-end tests, each a child process on a loopback port
+// with a private directory, both gone with it: nginx (its locations are in
+// loopback_peer.cpp) and Python's multipart parser (multipart_sink.py).
 #ifndef HTTP_UTIL_TESTS_LOOPBACK_PEER_H
 #define HTTP_UTIL_TESTS_LOOPBACK_PEER_H
 
-#include <memory>
 #include <string>
 
-#include "child_process.h"
-#include "file_util.h"
 #include "temp_dir.h"
 
 namespace peer {
+enum class Kind { Nginx, Sink, Sink6 };
 
-class LoopbackPeer {
+class Peer {
 public:
-    LoopbackPeer(const LoopbackPeer &) = delete;
-    LoopbackPeer &operator=(const LoopbackPeer &) = delete;
-
-    // Why the last start failed.
-    const std::string &error() const { return error_; }
+    explicit Peer(Kind kind);
+    ~Peer() { stop(); }
+    bool listening() const { return pid_ > 0; }
     int port() const { return port_; }
-    // http://HOST:PORT/path, HOST in brackets for IPv6.
-    std::string url(const std::string &path = "/") const;
-    // The peer's private temp directory ("" while stopped).
-    std::string directory() const { return dir_ ? dir_->path() : std::string(); }
-    pid_t pid() const { return process_.pid(); }
-    // Stops the process and removes the temp directory.
+    std::string url(const std::string &path) const { return origin_ + path; }
+    void put(const std::string &name, const std::string &bytes, time_t mtime) const;
+
+private:
     void stop();
-
-protected:
-    LoopbackPeer() = default;
-    ~LoopbackPeer() { stop(); }
-
-    // A fresh temp directory; false with error() set.
-    bool make_dir();
-    // Starts a program that prints "listening on HOST:PORT" first on its
-    // stdout, and takes the port from that line. On failure the program's
-    // stderr (command.stderr_path) goes into error().
-    bool start_announcing(const ChildProcess::Command &command, const std::string &what);
-    std::string path(const std::string &name) const { return dir_ ? dir_->file(name) : std::string(); }
-
-    std::unique_ptr<TempDir> dir_;
-    ChildProcess process_;
-    std::string host_ = "127.0.0.1";
-    std::string error_;
+    TempDir dir_;
+    pid_t pid_ = -1;
     int port_ = 0;
+    std::string origin_;
 };
 
+// A TCP socket listening on (port 0: any free) or connected to host:port; -1.
+int tcp_socket(const char *host, int port, bool connect_it);
+int local_port(int fd);
+std::string random_bytes(size_t size, unsigned seed = 1);
+void set_mtime(const std::string &path, time_t mtime);
+time_t mtime(const std::string &path);  // -1: no file
+size_t open_fds();
 }  // namespace peer
 
 #endif
