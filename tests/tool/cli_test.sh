@@ -27,6 +27,8 @@ expect 18 "http-util: get $url/no.bin: Server response: Not Found" --wait 0 get 
 expect 2 "http-util: unknown subcommand frob (copy, get, put or strerror; see --help)" frob
 expect 2 "--retries: -1 is not a whole number from 0 to 2147483647" get --retries -1 "$u"
 expect 2 "URL is required" get
+expect 4 "http-util: cannot open log /no/x.log: No such file or directory" --log /no/x.log --wait 0 get --retries 0 \
+    http://127.0.0.1:1/x
 expect 2 "http-util: --source-ip: not an IPv4 address: 300.1.1.1" put --source-ip 300.1.1.1 www/a.bin "$url/up"
 check "failures leave no file behind" [ -z "$(ls | grep -e '^out' -e '^b$' -e '^folder.')" ]
 
@@ -45,6 +47,6 @@ check "copy up arrives" cmp www/a.bin uploads/dest.bin
 "$tool" put www/a.bin "$url/up" && check "put arrives" cmp www/a.bin uploads/a.bin && rm uploads/a.bin
 "$tool" put --source-ip 127.0.0.3 www/a.bin "$url/up"
 check "put --source-ip arrives" cmp www/a.bin uploads/a.bin
-check "--log - writes the library's records to standard error" \
-    grep -q 'download file result: Success' <("$tool" --log - get "$u" logged.bin 2>&1)
+"$tool" --log run.log get "$u" logged.bin && "$tool" --log - get "$u" logged.bin 2>> run.log
+check "--log FILE and --log - take the library's records" [ "$(grep -c 'file result: Success' run.log)" = 2 ]
 finish
