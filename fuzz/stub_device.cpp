@@ -1,5 +1,5 @@
-// The device services for the fuzz targets: silent and answering at once. With no resolver and
-// no host-name check (their weak references stay null), a host name is refused before any look-up.
+// The device services for the fuzz targets: silent, answering at once. With no resolver and no
+// host-name check (their weak references stay null), a host name is refused before any look-up.
 #include <stdarg.h>
 #include <stdio.h>
 
@@ -7,18 +7,13 @@
 #include "platform/device.h"
 
 extern "C" {
-
-int LLVMFuzzerInitialize(int *, char ***) {  // log records nobody reads would slow the runs down
-    g_http_opt.debug = 0;
-    g_http_util_zlog_level = 0;
-    return 0;
-}
+// Log records that nobody reads would only slow the runs down.
+int LLVMFuzzerInitialize(int *, char ***) { return g_http_opt.debug = 0, g_http_util_zlog_level = 0, 0; }
 int at_snprintf(char *buf, size_t size, const char *format, ...) {
     va_list ap;
     va_start(ap, format);
-    int n = vsnprintf(buf, size, format, ap);
-    va_end(ap);
-    return n;
+    const int n = vsnprintf(buf, size, format, ap);
+    return va_end(ap), n;
 }
 void *qz_zlog_init(const char *) { return nullptr; }
 void qzdf_zlog(void *, const char *, size_t, const char *, size_t, long, int, const char *, ...) {}

@@ -44,9 +44,11 @@ check "copy shows its display on standard output" grep -qx 'Press Ctrl+C to quit
 check "copy leaves no temporary file" [ -z "$(ls | grep '^dest\.bin\.')" ]
 check "copy -q up prints nothing" [ -z "$("$tool" copy -q dest.bin "$url/up")" ]
 check "copy up arrives" cmp www/a.bin uploads/dest.bin
-"$tool" put www/a.bin "$url/up" && check "put arrives" cmp www/a.bin uploads/a.bin && rm uploads/a.bin
-"$tool" put --source-ip 127.0.0.3 www/a.bin "$url/up"
-check "put --source-ip arrives" cmp www/a.bin uploads/a.bin
+for ip in "" 127.0.0.3; do
+    rm -f uploads/a.bin
+    "$tool" put ${ip:+--source-ip $ip} www/a.bin "$url/up"
+    check "put ${ip:+--source-ip $ip} arrives" cmp www/a.bin uploads/a.bin
+done
 "$tool" --log run.log get "$u" logged.bin && "$tool" --log - get "$u" logged.bin 2>> run.log
 check "--log FILE and --log - take the library's records" [ "$(grep -c 'file result: Success' run.log)" = 2 ]
 finish

@@ -25,43 +25,38 @@ TEST(ProgressBar, Lines) {
     for (const auto &c : cases) EXPECT_EQ(ProgressBar::render(c.done, c.total, c.seconds, c.first), c.line);
 }
 
-// A run of steps: an update of done bytes at ms, a line break (done 0) or the end (done -1).
+// Steps of a run: an update of done bytes (of 2000000) at ms, a line break (done 0), the end (done -1).
 TEST(ProgressBar, Drawing) {
     struct Case {
-        const char *what;
-        int interval_ms;
-        std::vector<std::pair<int, int>> steps;  // done, ms
-        const char *shows;                       // nullptr: nothing drawn
+        int interval_ms;  // -1: disabled
+        std::vector<std::pair<int, int>> steps;
+        const char *shows;  // nullptr: nothing drawn
         int redraws;
     } cases[] = {
-        {"a disabled bar draws nothing", -1, {{10, 0}, {-1, 1}}, nullptr, 0},
-        {"no update, no line", 0, {{-1, 0}}, nullptr, 0},
-        {"a break before any update draws nothing", 0, {{0, 0}}, nullptr, 0},
-        {"a break ends a drawn line once", 0, {{1000, 0}, {0, 1}, {0, 2}}, "\r  0% 1000 B / 1.9 MiB", 1},
-        {"the end draws 100% and ends the line", 0, {{1000, 0}, {2000000, 1000}, {-1, 1001}}, "\r100% ", 3},
-        {"a shorter line covers a longer one", 0, {{1000, 0}, {999000, 1000}, {2000000, 2000}, {0, 2001}}, "\r100%", 3},
-        {"at most five draws a second", 200, {{1, 0}, {2, 100}, {3, 199}, {4, 200}, {5, 390}, {6, 400}, {0, 401}}, "6 B", 3},
+        {-1, {{10, 0}, {-1, 1}}, nullptr, 0}, {0, {{-1, 0}}, nullptr, 0}, {0, {{0, 0}}, nullptr, 0},
+        {0, {{1000, 0}, {0, 1}, {0, 2}}, "\r  0% 1000 B / 1.9 MiB", 1},  // a break ends a drawn line once
+        {0, {{1000, 0}, {2000000, 1000}, {-1, 1001}}, "\r100% ", 3},
+        {0, {{1000, 0}, {999000, 1000}, {2000000, 2000}, {0, 2001}}, "\r100%", 3},  // shorter after longer
+        {200, {{1, 0}, {2, 100}, {3, 199}, {4, 200}, {5, 390}, {6, 400}, {0, 401}}, "6 B", 3},  // five a second
     };
     for (const auto &c : cases) {
         FILE *f = tmpfile();
         ProgressBar bar(f, c.interval_ms >= 0, milliseconds(std::max(c.interval_ms, 0)));
-        const auto t0 = ProgressBar::Clock::time_point{} + hours(1);
         for (auto [done, ms] : c.steps) {
-            if (done > 0) bar.update(static_cast<uint32_t>(done), 2000000, t0 + milliseconds(ms));
-            if (done == 0) bar.break_line();
-            if (done < 0) bar.finish(t0 + milliseconds(ms));
+            const auto at = ProgressBar::Clock::time_point{} + hours(1) + milliseconds(ms);
+            done > 0 ? bar.update(static_cast<uint32_t>(done), 2000000, at) : done == 0 ? bar.break_line() : bar.finish(at);
         }
         std::string out(static_cast<size_t>(ftell(f)), '\0');
         rewind(f);
         EXPECT_EQ(fread(&out[0], 1, out.size(), f), out.size());
         fclose(f);
-        EXPECT_EQ(bar.redraws(), c.redraws) << c.what;
-        EXPECT_EQ(out.empty(), c.shows == nullptr) << c.what << ": " << out;
+        EXPECT_EQ(bar.redraws(), c.redraws) << out;
+        EXPECT_EQ(out.empty(), c.shows == nullptr) << out;
         if (c.shows == nullptr) continue;
-        EXPECT_NE(out.find(c.shows), std::string::npos) << c.what << ": " << out;
-        EXPECT_EQ(out.find('\n'), out.size() - 1) << c.what << ": one line end, at the end: " << out;
+        EXPECT_NE(out.find(c.shows), std::string::npos) << out;
+        EXPECT_EQ(out.find('\n'), out.size() - 1) << "one line end, at the end: " << out;
         const size_t last = out.rfind('\r');  // each redraw is at least as long as the line before
-        EXPECT_GE(out.size() - last - 1, last - out.rfind('\r', last - 1)) << c.what << ": " << out;
+        EXPECT_GE(out.size() - last - 1, last - out.rfind('\r', last - 1)) << out;
     }
 }
 
