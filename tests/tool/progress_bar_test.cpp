@@ -1,15 +1,13 @@
-// The command-line tool's progress bar: what a person sees, and how often.
+// The tool's progress bar as a person sees it on a terminal.
 #include "progress_bar.h"
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 namespace {
 
-using namespace std::chrono_literals;
+using namespace std::chrono;
 
-TEST(ProgressBarRender, Lines) {
+TEST(ProgressBar, Lines) {
     struct Case {
         uint32_t done, total;
         double seconds;
@@ -20,79 +18,46 @@ TEST(ProgressBarRender, Lines) {
         {512, 0, 1, 0, "512 B  512 B/s"},
         {5u << 20, 10u << 20, 1, 0, " 50% 5.0 MiB / 10.0 MiB  5.0 MiB/s  ETA 0:01"},
         {10u << 20, 10u << 20, 2, 0, "100% 10.0 MiB / 10.0 MiB  5.0 MiB/s"},
-        // A resumed file: the rate counts only what this run moved.
-        {6u << 20, 10u << 20, 1, 5u << 20, " 60% 6.0 MiB / 10.0 MiB  1.0 MiB/s  ETA 0:04"},
+        {6u << 20, 10u << 20, 1, 5u << 20, " 60% 6.0 MiB / 10.0 MiB  1.0 MiB/s  ETA 0:04"},  // resumed
         {1u << 20, 100u << 20, 60, 0, "  1% 1.0 MiB / 100.0 MiB  17.1 KiB/s  ETA 99:00"},
-        {3000, 2000, 1, 0, "100% 2.9 KiB / 2.0 KiB  2.9 KiB/s"},  // server sent more than announced
+        {3000, 2000, 1, 0, "100% 2.9 KiB / 2.0 KiB  2.9 KiB/s"},  // more than announced
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(ProgressBar::render(c.done, c.total, c.seconds, c.first), c.line);
+    for (const auto &c : cases) EXPECT_EQ(ProgressBar::render(c.done, c.total, c.seconds, c.first), c.line);
 }
 
-std::string drawn(FILE *f) {
-    fflush(f);
-    rewind(f);
-    std::string s;
-    int c;
-    while ((c = fgetc(f)) != EOF) s += static_cast<char>(c);
-    return s;
-}
-
-TEST(ProgressBar, RedrawsAtMostFiveTimesASecond) {
-    FILE *f = tmpfile();
-    ProgressBar bar(f, true, 200ms);
-    auto t0 = ProgressBar::Clock::time_point{} + 1h;
-    for (int ms = 0; ms <= 1000; ms += 10) bar.update(static_cast<uint32_t>(ms) * 1000, 1000000, t0 + std::chrono::milliseconds(ms));
-    EXPECT_EQ(bar.redraws(), 6);  // at 0, 200, 400, 600, 800, 1000 ms
-    bar.finish(t0 + 1001ms);
-    std::string out = drawn(f);
-    EXPECT_EQ(out.back(), '\n');
-    EXPECT_EQ(out.rfind("\r100% ", std::string::npos) != std::string::npos, true) << out;
-    fclose(f);
-}
-
-TEST(ProgressBar, DisabledDrawsNothing) {
-    FILE *f = tmpfile();
-    ProgressBar bar(f, false);
-    bar.update(10, 100);
-    bar.finish();
-    EXPECT_EQ(drawn(f), "");
-    fclose(f);
-}
-
-TEST(ProgressBar, NoUpdateNoLine) {
-    FILE *f = tmpfile();
-    ProgressBar bar(f, true);
-    bar.finish();
-    EXPECT_EQ(drawn(f), "") << "a transfer that moved nothing leaves no empty line";
-    fclose(f);
-}
-
-// A retry line must start at the left edge, and only a drawn bar needs ending.
-TEST(ProgressBar, BreakEndsADrawnLineOnce) {
-    FILE *f = tmpfile();
-    ProgressBar bar(f, true, 0ms);
-    bar.break_line();
-    EXPECT_EQ(drawn(f), "");
-    bar.update(1000, 2000);
-    bar.break_line();
-    bar.break_line();
-    std::string out = drawn(f);
-    EXPECT_EQ(out.find('\n'), out.size() - 1) << out;
-    fclose(f);
-}
-
-TEST(ProgressBar, ShorterLineCoversTheLongerOne) {
-    FILE *f = tmpfile();
-    ProgressBar bar(f, true, 0ms);
-    auto t0 = ProgressBar::Clock::time_point{} + 1h;
-    bar.update(1000, 2000000, t0);
-    bar.update(1500, 2000000, t0 + 10s);
-    std::string out = drawn(f);
-    size_t second = out.rfind('\r');
-    size_t first_len = second - 1;
-    EXPECT_GE(out.size() - second - 1, first_len) << "tail of the previous line left visible";
-    fclose(f);
+// Steps of a run: an update of done bytes (of 2000000) at ms, a line break (done 0), the end (done -1).
+TEST(ProgressBar, Drawing) {
+    struct Case {
+        int interval_ms;  // -1: disabled
+        std::vector<std::pair<int, int>> steps;
+        const char *shows;  // nullptr: nothing drawn
+        int redraws;
+    } cases[] = {
+        {-1, {{10, 0}, {-1, 1}}, nullptr, 0}, {0, {{-1, 0}}, nullptr, 0}, {0, {{0, 0}}, nullptr, 0},
+        {0, {{1000, 0}, {0, 1}, {0, 2}}, "\r  0% 1000 B / 1.9 MiB", 1},  // a break ends a drawn line once
+        {0, {{1000, 0}, {2000000, 1000}, {-1, 1001}}, "\r100% ", 3},
+        {0, {{1000, 0}, {999000, 1000}, {2000000, 2000}, {0, 2001}}, "\r100%", 3},  // shorter after longer
+        {200, {{1, 0}, {2, 100}, {3, 199}, {4, 200}, {5, 390}, {6, 400}, {0, 401}}, "6 B", 3},  // five a second
+    };
+    for (const auto &c : cases) {
+        FILE *f = tmpfile();
+        ProgressBar bar(f, c.interval_ms >= 0, milliseconds(std::max(c.interval_ms, 0)));
+        for (auto [done, ms] : c.steps) {
+            const auto at = ProgressBar::Clock::time_point{} + hours(1) + milliseconds(ms);
+            done > 0 ? bar.update(static_cast<uint32_t>(done), 2000000, at) : done == 0 ? bar.break_line() : bar.finish(at);
+        }
+        std::string out(static_cast<size_t>(ftell(f)), '\0');
+        rewind(f);
+        EXPECT_EQ(fread(&out[0], 1, out.size(), f), out.size());
+        fclose(f);
+        EXPECT_EQ(bar.redraws(), c.redraws) << out;
+        EXPECT_EQ(out.empty(), c.shows == nullptr) << out;
+        if (c.shows == nullptr) continue;
+        EXPECT_NE(out.find(c.shows), std::string::npos) << out;
+        EXPECT_EQ(out.find('\n'), out.size() - 1) << "one line end, at the end: " << out;
+        const size_t last = out.rfind('\r');  // each redraw is at least as long as the line before
+        EXPECT_GE(out.size() - last - 1, last - out.rfind('\r', last - 1)) << out;
+    }
 }
 
 }  // namespace

@@ -1,72 +1,37 @@
 #!/usr/bin/env bash
-# http-util in a real terminal (tmux): the copy's display and Ctrl+C, the
-# terminal mode restored, the lines that announce each retry, and the
-# download progress bar.
+# http-util in a real terminal (tmux): Ctrl+C cancels a copy and the terminal mode comes back,
+# get draws its progress bar, and each retry is announced with its pause.
 . "$(dirname "$0")/lib.sh"
-command -v tmux >/dev/null || { echo "SKIP: no tmux"; exit 0; }
-session=http-util-test-$$
-tmux_cleanup() { tmux kill-session -t "$session" 2>/dev/null || true; on_exit; }
-trap tmux_cleanup EXIT
-
-# 4 MiB at 256 KiB/s: sixteen seconds, time enough to watch and cancel.
-start_server --slow 262144
-head -c $((4 * 1024 * 1024)) /dev/urandom > "$work/www/big.bin"
-mkdir -p "$work/dest"
-echo "the old destination" > "$work/dest/big.bin"
-
-cat > "$work/copy.sh" <<SH
-stty -g > "$work/stty.before"
-"$tool" copy "$url/big.bin" "$work/dest/big.bin"
-echo \$? > "$work/status"
-stty -g > "$work/stty.after"
-sleep 60
+command -v tmux > /dev/null || { echo "SKIP: no tmux"; exit 0; }
+tmux() { command tmux -S "$work/tmux" "$@"; }  # a server of its own, its socket not in /tmp
+trap 'tmux kill-server 2> /dev/null || true; on_exit' EXIT
+serve --slow 262144  # 4 MiB take 16 s: time enough to cancel
+head -c $((4 << 20)) /dev/urandom > www/big.bin
+head -c $((512 << 10)) /dev/urandom > www/half.bin
+mkdir dest && echo "the old destination" > dest/big.bin
+cat > run.sh <<SH
+stty -g > stty.before; "$tool" copy "$url/big.bin" dest/big.bin; echo \$? > copy.status; stty -g > stty.after
+"$tool" get "$url/half.bin" half.bin; echo \$? > get.status
+"$tool" --wait 1 get --retries 1 http://127.0.0.1:1/x.bin x.bin; "$tool" --wait 1 copy http://127.0.0.1:1/x.bin x.bin
+echo done > retry.status; sleep 60
 SH
-tmux new-session -d -s "$session" -x 100 -y 20 "bash $work/copy.sh"
-screen() { tmux capture-pane -p -t "$session"; }
+tmux new-session -d -x 200 -y 50 "bash run.sh"
+screen() { tmux capture-pane -p -J -S -; }
 ticking() { screen | grep -q 'Press Ctrl+C to quit' && screen | grep -q '!!'; }
-check "display shows the banner and ticks" wait_for 15 ticking
-tmux send-keys -t "$session" C-c
-check "the copy ended after Ctrl+C" wait_for 10 test -s "$work/status"
-check "status 16 (got $(cat "$work/status" 2>/dev/null))" [ "$(cat "$work/status" 2>/dev/null)" = 16 ]
-check "message on the terminal" wait_for 2 sh -c "tmux capture-pane -p -J -t $session | grep -q 'http-util: copy .*: Operation canceled$'"
-check "destination untouched" [ "$(cat "$work/dest/big.bin")" = "the old destination" ]
-check "no temporary file left" [ "$(ls "$work/dest")" = "big.bin" ]
-check "terminal mode restored" cmp -s "$work/stty.before" "$work/stty.after"
-tmux kill-session -t "$session"
-
-# A refused connection: each retry is announced, with its pause.
-kill "$server_pid"; wait "$server_pid" 2>/dev/null || true
-cat > "$work/retry.sh" <<SH
-cd "$work"
-"$tool" --wait 1 get --retries 1 "$url/x.bin" x.bin
-"$tool" --wait 1 copy "$url/x.bin" x.bin
-echo done > "$work/retry.status"
-sleep 60
-SH
-tmux new-session -d -s "$session" -x 200 -y 30 "bash $work/retry.sh"
-check "retries ended" wait_for 20 test -s "$work/retry.status"
-tmux capture-pane -p -J -t "$session" > "$work/screen"
+check "copy shows its ticks" wait_for 15 ticking
+tmux send-keys C-c
+check "the copy ends after Ctrl+C" wait_for 20 test -s retry.status
+screen > screen.txt
+check "copy status 16" [ "$(cat copy.status)" = 16 ]
+check "copy message" grep -q "^http-util: copy .*: Operation canceled$" screen.txt
+check "destination untouched, no temporary file" [ "$(cat dest/*)" = "the old destination" ]
+check "terminal mode restored" cmp stty.before stty.after
+check "get draws its bar to 100%" grep -q '^100% 512.0 KiB / 512.0 KiB' screen.txt
+check "get status 0, file complete" sh -c '[ "$(cat get.status)" = 0 ] && cmp www/half.bin half.bin'
 refused="connect failed (Connection refused)"
-for line in "http-util: $refused; attempt 2 of 2 in 1 s" \
-    "http-util: get $url/x.bin: Connect to server failed (Connection refused)" \
-    "Press Ctrl+C to quit" "http-util: $refused; attempt 6 of 6 in 1 s"; do
-    check "on the screen: $line" grep -qxF "$line" "$work/screen"
+for line in "http-util: $refused; attempt 2 of 2 in 1 s" "Press Ctrl+C to quit" \
+    "http-util: get http://127.0.0.1:1/x.bin: Connect to server failed (Connection refused)" \
+    "http-util: $refused; attempt 6 of 6 in 1 s"; do
+    check "on the screen: $line" grep -qxF "$line" screen.txt
 done
-tmux kill-session -t "$session"
-
-# The progress bar of get, drawn on standard error in the terminal.
-start_server --slow $((20 * 1024 * 1024))
-head -c $((50 * 1024 * 1024)) /dev/zero > "$work/www/fifty.bin"
-cat > "$work/get.sh" <<SH
-"$tool" get "$url/fifty.bin" "$work/fifty.bin"
-echo \$? > "$work/get.status"
-sleep 60
-SH
-tmux new-session -d -s "$session" -x 100 -y 20 "bash $work/get.sh"
-bar() { screen | grep -qE '[0-9]+% [0-9.]+ MiB / 50.0 MiB  [0-9.]+ MiB/s'; }
-check "progress bar drawn while it runs" wait_for 10 bar
-check "get ended" wait_for 20 test -s "$work/get.status"
-check "get status 0" [ "$(cat "$work/get.status")" = 0 ]
-check "bar ends at 100%" sh -c "tmux capture-pane -p -t $session | grep -q '^100% 50.0 MiB / 50.0 MiB'"
-check "file complete" cmp -s "$work/www/fifty.bin" "$work/fifty.bin"
 finish
