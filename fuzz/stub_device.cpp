@@ -2,7 +2,6 @@
 // host-name check (their weak references stay null), a host name is refused before any look-up.
 #include <stdarg.h>
 #include <stdio.h>
-
 #include "http_util.h"
 #include "platform/device.h"
 

@@ -3,8 +3,7 @@
 set -euo pipefail
 tool=$(realpath "$1") server=$(realpath "$2") work=$(mktemp -d) server_pid= failures=0
 on_exit() { [ -z "$server_pid" ] || kill "$server_pid" 2> /dev/null || true; rm -rf "$work"; }
-trap on_exit EXIT
-cd "$work"
+trap on_exit EXIT && cd "$work"
 check() { local what=$1; shift; "$@" || { echo "FAIL: $what" >&2; failures=$((failures + 1)); }; }
 wait_for() { local end=$((SECONDS + $1)); shift; until "$@"; do [ $SECONDS -lt $end ] || return 1; sleep 0.1; done; }
 # serve [--slow BYTES_PER_SECOND]: www/ at $url, uploads into uploads/.

@@ -9,18 +9,16 @@ using namespace std::chrono;
 
 TEST(ProgressBar, Lines) {
     struct Case {
-        uint32_t done, total;
+        uint32_t done, total, first;
         double seconds;
-        uint32_t first;
         const char *line;
     } cases[] = {
-        {0, 0, 0, 0, "0 B"},
-        {512, 0, 1, 0, "512 B  512 B/s"},
-        {5u << 20, 10u << 20, 1, 0, " 50% 5.0 MiB / 10.0 MiB  5.0 MiB/s  ETA 0:01"},
-        {10u << 20, 10u << 20, 2, 0, "100% 10.0 MiB / 10.0 MiB  5.0 MiB/s"},
-        {6u << 20, 10u << 20, 1, 5u << 20, " 60% 6.0 MiB / 10.0 MiB  1.0 MiB/s  ETA 0:04"},  // resumed
-        {1u << 20, 100u << 20, 60, 0, "  1% 1.0 MiB / 100.0 MiB  17.1 KiB/s  ETA 99:00"},
-        {3000, 2000, 1, 0, "100% 2.9 KiB / 2.0 KiB  2.9 KiB/s"},  // more than announced
+        {0, 0, 0, 0, "0 B"}, {512, 0, 0, 1, "512 B  512 B/s"},
+        {5u << 20, 10u << 20, 0, 1, " 50% 5.0 MiB / 10.0 MiB  5.0 MiB/s  ETA 0:01"},
+        {10u << 20, 10u << 20, 0, 2, "100% 10.0 MiB / 10.0 MiB  5.0 MiB/s"},
+        {6u << 20, 10u << 20, 5u << 20, 1, " 60% 6.0 MiB / 10.0 MiB  1.0 MiB/s  ETA 0:04"},  // resumed
+        {1u << 20, 100u << 20, 0, 60, "  1% 1.0 MiB / 100.0 MiB  17.1 KiB/s  ETA 99:00"},
+        {3000, 2000, 0, 1, "100% 2.9 KiB / 2.0 KiB  2.9 KiB/s"},  // more than announced
     };
     for (const auto &c : cases) EXPECT_EQ(ProgressBar::render(c.done, c.total, c.seconds, c.first), c.line);
 }
@@ -47,9 +45,7 @@ TEST(ProgressBar, Drawing) {
             done > 0 ? bar.update(static_cast<uint32_t>(done), 2000000, at) : done == 0 ? bar.break_line() : bar.finish(at);
         }
         std::string out(static_cast<size_t>(ftell(f)), '\0');
-        rewind(f);
-        EXPECT_EQ(fread(&out[0], 1, out.size(), f), out.size());
-        fclose(f);
+        EXPECT_TRUE(fseek(f, 0, SEEK_SET) == 0 && fread(&out[0], 1, out.size(), f) == out.size() && fclose(f) == 0);
         EXPECT_EQ(bar.redraws(), c.redraws) << out;
         EXPECT_EQ(out.empty(), c.shows == nullptr) << out;
         if (c.shows == nullptr) continue;

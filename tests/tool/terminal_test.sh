@@ -6,8 +6,7 @@ command -v tmux > /dev/null || { echo "SKIP: no tmux"; exit 0; }
 tmux() { command tmux -S "$work/tmux" "$@"; }  # a server of its own, its socket not in /tmp
 trap 'tmux kill-server 2> /dev/null || true; on_exit' EXIT
 serve --slow 262144  # 4 MiB take 16 s: time enough to cancel
-head -c $((4 << 20)) /dev/urandom > www/big.bin
-head -c $((512 << 10)) /dev/urandom > www/half.bin
+head -c $((4 << 20)) /dev/urandom > www/big.bin && head -c $((512 << 10)) /dev/urandom > www/half.bin
 mkdir dest && echo "the old destination" > dest/big.bin
 cat > run.sh <<SH
 stty -g > stty.before; "$tool" copy "$url/big.bin" dest/big.bin; echo \$? > copy.status; stty -g > stty.after

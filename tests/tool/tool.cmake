@@ -1,6 +1,5 @@
-# The command-line tool: its progress bar; the tool driven as a script would, at a terminal (under
-# tmux), and its Debian packages. The scripts need the file server, a host tool: not in a cross
-# build; the packages of an instrumented build are not what ships.
+# The tool: its progress bar; driven as a script would, at a terminal (tmux), and its Debian packages. The
+# scripts need the file server, a host tool (not cross built); an instrumented build's packages do not ship.
 add_executable(tool_tests tool/progress_bar_test.cpp ${PROJECT_SOURCE_DIR}/tools/http-util/progress_bar.cpp)
 target_include_directories(tool_tests PRIVATE ${PROJECT_SOURCE_DIR}/tools/http-util)
 target_link_libraries(tool_tests PRIVATE GTest::gtest_main)
