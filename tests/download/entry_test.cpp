@@ -93,7 +93,9 @@ TEST_F(EntryOptionalServices, RetryCountComesFromTheArgumentOrTheOptionAtCallTim
     for (const Call &c : kCalls)
         for (int option : {0, 1}) {
             SCOPED_TRACE(std::string(c.name) + ", option " + std::to_string(option));
-            g_http_opt.ntry = option;
+            http_opt opt = g_http_opt;  // as a host sets it
+            opt.ntry = option;
+            http_set_options(&opt);
             interpose::pauses.clear();
             EXPECT_EQ(c.run(nullptr, url.c_str(), file.c_str(), 2, &tlv), HTTP_UTIL_ERR_CONNECT);
             EXPECT_EQ(interpose::pauses.size(), c.takes_ntry ? 2u : static_cast<size_t>(option));

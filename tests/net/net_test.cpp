@@ -110,6 +110,7 @@ TEST(Socket, ConnectionsTheirVrfAndFailures) {
     const std::set<int> both = {1002, 1004};
     const uint32_t src = inet_addr("127.0.0.2");
     check(0, 7, 1, "mgmt0", {}, 7, kVrfRefused);  // an explicit VRF wins over the management port
+    check(1, 7, 0, "", {}, 7, std::string("create_socket-->set ipv6 vrf option error: ") + strerror(ENOPROTOOPT) + ".");
     check(0, 7, 0, "", both, 7, "", src), check(1, 7, 0, "", both, 7, "", src), check(0, 7, 0, "", {1002}, 7, kVrfRefused);
     check(1, 0, 0, "mgmt1", {}, 0, "", 0, 0), check(0, 0, 1, "mgmt2", {}, 0, ""), check(0, 0, 1, "mgmt1", {}, 9, kVrfRefused);
     check(0, 0, 1, "mgmt0", {}, 0, "create_socket-->lsm_if_get_vrf ifx:4 error");

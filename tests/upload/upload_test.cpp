@@ -178,6 +178,24 @@ TEST_F(Upload, CtrlCWhileTheServerAnswersCancels) {
     EXPECT_EQ(fake::device().terminal.back(), '\n') << "the end stage closes the line";
 }
 
+// An upload broken off during the body: by Ctrl+C once the server has part
+// of it, or by a server that resets the connection at once.
+TEST_F(Upload, BrokenOffDuringTheBody) {
+    const std::string file = dir_.write("big", std::string(4 << 20, 'b'));
+    for (bool ctrl_c : {true, false}) {
+        fake::reset();
+        scripted::Server srv;
+        ctrl_c ? srv.read_request() : srv.reset();
+        srv.start();
+        http_url_param *rec = record(srv);
+        rec->param.show_progress = 1;
+        fake::device().key_source = [&srv] { return srv.request().size() > (64 << 10) ? 3 : -1; };
+        EXPECT_EQ(http_post_loop(rec, file.c_str(), nullptr), ctrl_c ? HTTP_UTIL_ERR_CANCELED : HTTP_UTIL_ERR_SEND);
+        ASSERT_TRUE(srv.wait());
+        EXPECT_LT(srv.request().size(), 4u << 20);
+    }
+}
+
 // A server that stops reading: six timed-out one-second waits in a row end
 // the upload, with a "." on the terminal for each wait the upload survives.
 using UploadSlow = Upload;
