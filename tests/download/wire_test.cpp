@@ -31,7 +31,7 @@ using files::pattern;
 using files::read_file;
 
 const std::string kNone = "(none)", kDir = "(folder)", kKeep = "(keep)";
-constexpr long kAny = -2;
+constexpr int64_t kAny = -2;
 constexpr time_t kTime = 784111777;  // the time of every file's Last-Modified below
 const std::string kLm = "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\n";
 const std::string kOtherLm = "Last-Modified: Mon, 07 Nov 1994 08:49:37 GMT\r\n";
@@ -71,7 +71,7 @@ struct Case {
     char via = 'd';
     int tries = 0;
     std::string log = "";  // a record that a failure table names; "%" is the local path
-    long total = kAny;     // the size the progress record was given
+    int64_t total = kAny;    // the size the progress record was given
     bool cut = false;
     bool check_time = true;  // the option that drops a partial file of another version
     std::function<void(const std::string &local)> fault = {};  // arms an injected fault
@@ -100,7 +100,7 @@ std::vector<Case> cases() {
         {"span below Content-Length", {{"/f.bin bytes=1000-", ranged("1000-1999/5000", 2000, pattern(1000, 1000))}}, 0, pattern(2000), p1000, "/f.bin", 'd', 0, "", 5000},
         {"span above Content-Length", {{"/f.bin bytes=1000-", ranged("1000-1999/5000", 500, pattern(500, 1000))}}, 0, pattern(1500), p1000, "/f.bin", 'd', 0, "", 5000},
         {"file shorter than the range end", {{"/f.bin bytes=1000-", ranged("1000-1999/1500", 1000, pattern(1000, 1000))}}, 0, pattern(2000), p1000, "/f.bin", 'd', 0, "", 1999},
-        {"unknown complete length", {{"/f.bin bytes=1000-", ranged("1000-1999/*", 1000, pattern(1000, 1000))}}, 0, pattern(2000), p1000, "/f.bin", 'd', 0, "", 0xffffffffL},
+        {"unknown complete length", {{"/f.bin bytes=1000-", ranged("1000-1999/*", 1000, pattern(1000, 1000))}}, 0, pattern(2000), p1000, "/f.bin", 'd', 0, "", 0xffffffffLL},
         // Another version on the server: the partial file goes, uncounted.
         {"changed on the server", {{"/f.bin bytes=1000-", second_half(kOtherLm)}, {"/f.bin", ok(pattern(2000), kOtherLm)}}, 0, pattern(2000), pattern(1000, 500), "/f.bin", 'd', 0, "unlink %."},
         {"changed, unchecked: appended", {{"/f.bin bytes=1000-", second_half(kOtherLm)}}, 0, pattern(2000), p1000, "/f.bin", 'd', 0, "", kAny, false, false},
