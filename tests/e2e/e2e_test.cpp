@@ -27,12 +27,12 @@ protected:
         param_.show_progress = 2;  // no terminal display
         param_.max_redirect = 5;
     }
-    void TearDown() override { EXPECT_EQ(peer::open_fds(), fds_) << "a descriptor was left open"; }
+    void TearDown() override { EXPECT_EQ(files::open_fds(), fds_) << "a descriptor was left open"; }
 
     peer::Peer nginx_{peer::Kind::Nginx}, sink_{peer::Kind::Sink};
     TempDir dir_;
     http_util_param param_{};
-    const size_t fds_ = peer::open_fds();
+    const std::set<std::string> fds_ = files::open_fds();
 };
 
 // The peers asked by curl (-f: fails on a status of 400 or more): nginx
@@ -82,9 +82,9 @@ TEST_F(E2e, Downloads) {
                                     : http_download_file_ntry(url.c_str(), r.local, 0);
                   }),
                   r.rc);
-        EXPECT_TRUE(TempDir::read(got) == r.after) << "the file differs";
+        EXPECT_TRUE(files::read_file(got) == r.after) << "the file differs";
         EXPECT_EQ(dir_.entries().size(), r.after.empty() ? 0u : 1u);
-        EXPECT_EQ(peer::mtime(got), r.after.empty() ? -1 : kMtime);
+        EXPECT_EQ(files::mtime_of(got), r.after.empty() ? -1 : kMtime);
         unlink(got.c_str());
     }
 }
@@ -200,8 +200,8 @@ TEST_F(Soak, DownloadsThroughCutsEndWhole) {
         const std::string path = prefixes[i % 3] + std::string(i / 3 % 2 ? "f?chunked" : "f");
         ASSERT_EQ(http_download_file_ntry(proxy.url(path).c_str(), dst.c_str(), 1000),
                   HTTP_UTIL_OK) << path;
-        ASSERT_TRUE(TempDir::read(dst) == data) << path << ": the file differs";
-        ASSERT_EQ(peer::mtime(dst), i % 3 == 1 ? peer::mtime(dst) : kMtime) << path;
+        ASSERT_TRUE(files::read_file(dst) == data) << path << ": the file differs";
+        ASSERT_EQ(files::mtime_of(dst), i % 3 == 1 ? files::mtime_of(dst) : kMtime) << path;
         ASSERT_EQ(dir_.entries().size(), 1u) << path;
         unlink(dst.c_str());
     }
@@ -245,8 +245,8 @@ TEST_F(Threads, TransfersAtOnceWhileTheHostKeepsItsTimeLocale) {
                           : f % 6 == 5 ? http_util_copy(local.c_str(), up.c_str(), &param_)
                                        : http_download_file_ntry(url.c_str(), local.c_str(), 0),
                           HTTP_UTIL_OK) << f;
-                EXPECT_TRUE(TempDir::read(local) == data) << f;  // uploads: as they were
-                EXPECT_EQ(peer::mtime(local), f % 6 < 4 ? date(f) : peer::mtime(local)) << f;
+                EXPECT_TRUE(files::read_file(local) == data) << f;  // uploads: as they were
+                EXPECT_EQ(files::mtime_of(local), f % 6 < 4 ? date(f) : files::mtime_of(local)) << f;
             }
             --busy;
         });

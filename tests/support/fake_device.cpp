@@ -41,12 +41,6 @@ void reset() {
 sockaddr_storage ipv4(const char *text, uint16_t port) { return address(AF_INET, text, port); }
 sockaddr_storage ipv6(const char *text, uint16_t port) { return address(AF_INET6, text, port); }
 
-std::vector<std::string> log_texts(const std::string &func) {
-    std::vector<std::string> out;
-    for (const auto &r : device().logs)
-        if (func.empty() || r.func == func) out.push_back(r.text);
-    return out;
-}
 bool logged(const std::string &text) {
     for (const auto &r : device().logs)
         if (r.text == text) return true;
@@ -64,15 +58,11 @@ bool logged(const std::string &text) {
 
 extern "C" {
 
-void *qz_zlog_init(const char *category) {
-    fake::device().zlog_init_calls++;
-    fake::device().zlog_init_name = category != nullptr ? category : "";
-    return fake::device().zlog_init_result;
-}
-void qzdf_zlog(void *category, const char *file, size_t filelen, const char *func, size_t funclen, long line,
+void *qz_zlog_init(const char *) { return fake::device().zlog_init_result; }
+void qzdf_zlog(void *, const char *file, size_t filelen, const char *func, size_t funclen, long line,
                int level, const char *format, ...) {
     FORMATTED(format);
-    fake::device().logs.push_back({category, {file, filelen}, {func, funclen}, line, level, format, text});
+    fake::device().logs.push_back({{file, filelen}, {func, funclen}, line, level, text});
 }
 int printk_syslog_ext(int priority, const char *module, const char *level, int flag, const char *format, ...) {
     FORMATTED(format);
@@ -80,7 +70,6 @@ int printk_syslog_ext(int priority, const char *module, const char *level, int f
     return 0;
 }
 int at_snprintf(char *buf, size_t size, const char *format, ...) {
-    fake::device().snprintf_calls++;
     va_list ap;
     va_start(ap, format);
     int n = vsnprintf(buf, size, format, ap);
@@ -92,7 +81,6 @@ int lsm_if_get_index_by_name(const char *name) {
     return fake::device().ifindex.count(name) ? fake::device().ifindex[name] : 0;
 }
 int lsm_if_get_vrf(int ifindex) {
-    fake::device().if_vrf_calls.push_back(ifindex);
     return fake::device().if_vrf.count(ifindex) ? fake::device().if_vrf[ifindex] : -1;
 }
 time_t qz_time_get(int which) {
@@ -104,10 +92,9 @@ int cli_printf(const char *format, ...) {
     fake::device().terminal += text;
     return static_cast<int>(text.size());
 }
-void cli_flush(void) { fake::device().flushes++; }
+void cli_flush(void) {}
 int cli_getc_no_block(void) {
     auto &d = fake::device();
-    d.polls++;
     if (d.keys.empty()) return d.key_source ? d.key_source() : -1;
     int c = d.keys.front();
     d.keys.pop_front();

@@ -17,11 +17,10 @@
 namespace fake {
 
 struct LogRecord {
-    void *category;
     std::string module, func;  // module: the source-module name passed as the file
     long line;
     int level;
-    std::string format, text;
+    std::string text;
 };
 struct SyslogRecord {
     int priority;
@@ -30,15 +29,10 @@ struct SyslogRecord {
     std::string format, text;
 };
 struct ResolverCall {
-    std::string host;
-    int flags;
-    dns_time_limit limit;
     int is_mgmt;
 };
 
 struct Device {
-    int zlog_init_calls = 0, snprintf_calls = 0;
-    std::string zlog_init_name;
     void *zlog_init_result = nullptr;  // a non-null tag after reset()
     std::vector<LogRecord> logs;
     std::vector<SyslogRecord> syslogs;
@@ -50,28 +44,16 @@ struct Device {
     std::map<int, int> if_vrf;           // unknown indexes give -1
     int mgmt_vrf_index = 0;              // lsm_vrf_name2index's answer
     std::vector<std::string> vrf_name_calls, if_index_calls;
-    std::vector<int> if_vrf_calls;
     time_t now = 1000000000;  // the library only ever asks for the current time
     std::string terminal;     // what was printed
-    int flushes = 0, polls = 0;
     std::deque<int> keys;              // typed keys, oldest first; -1 once none is left
     std::function<int()> key_source;  // asked once the queue is empty, when set
 };
 Device &device();
 void reset();
 
-// The library's globals as they were when the process was loaded.
-struct Startup {
-    http_opt opt;
-    uint32_t level;
-    void *category;
-};
-const Startup &startup();
-
 sockaddr_storage ipv4(const char *dotted, uint16_t port = 0);
 sockaddr_storage ipv6(const char *text, uint16_t port = 0);
-// Log texts in order, optionally only those of one function.
-std::vector<std::string> log_texts(const std::string &func = "");
 bool logged(const std::string &text);
 
 }  // namespace fake

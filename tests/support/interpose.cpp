@@ -16,7 +16,7 @@
 namespace interpose {
 
 std::string fail_open_path, fail_unlink_path, taken_prefix;
-int open_failures, fail_bind_errno, fail_fsync_errno, watch_write_fd = -1, fake_monotonic_reads;
+int fail_bind_errno, fail_fsync_errno, watch_write_fd = -1;
 size_t fail_calloc_bytes;
 std::vector<size_t> writes;
 std::vector<std::string> file_calls;
@@ -53,7 +53,7 @@ std::vector<SockoptCall> sockopt_calls() {
 
 void reset() {
     fail_open_path.clear(), fail_unlink_path.clear(), taken_prefix.clear();
-    open_failures = fail_bind_errno = fail_fsync_errno = fake_monotonic_reads = 0;
+    fail_bind_errno = fail_fsync_errno = 0;
     watch_write_fd = -1;
     fail_calloc_bytes = 0;
     writes.clear(), file_calls.clear(), pauses.clear();
@@ -83,7 +83,6 @@ int open_as(const char *name, const char *path, int flags, va_list ap) {
     mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? static_cast<mode_t>(va_arg(ap, int)) : 0;
     if (fail_open_path.empty() || fail_open_path != path)
         return reinterpret_cast<int (*)(const char *, int, ...)>(dlsym(RTLD_NEXT, name))(path, flags, mode);
-    ++open_failures;
     errno = ENOENT;
     return -1;
 }
@@ -154,7 +153,7 @@ int setsockopt(int fd, int level, int name, const void *value, socklen_t len) {
     if (len == sizeof v) memcpy(&v, value, sizeof v);
     int result = sockopt_pretend_ok.count(name) != 0 ? 0 : REAL(setsockopt)(fd, level, name, value, len);
     int saved = errno;
-    sockopt_log.push_back({fd, level, name, v, len, result});
+    sockopt_log.push_back({level, name, v});
     errno = saved;
     return result;
 }
@@ -166,7 +165,6 @@ int bind(int fd, const sockaddr *addr, socklen_t len) {
 int clock_gettime(clockid_t clock, struct timespec *ts) noexcept {
     static auto forward = REAL(clock_gettime);
     if (clock != CLOCK_MONOTONIC || !fake_monotonic) return forward(clock, ts);
-    ++fake_monotonic_reads;
     *ts = *fake_monotonic;
     return 0;
 }

@@ -17,8 +17,7 @@
 
 namespace interpose {
 
-extern std::string fail_open_path;    // open() of it fails with ENOENT (counted below)
-extern int open_failures;
+extern std::string fail_open_path;    // open() of it fails with ENOENT
 extern std::string fail_unlink_path;  // unlink() of it fails with EPERM
 extern std::string taken_prefix;      // access() finds every path that begins with it
 extern size_t fail_calloc_bytes;      // calloc() of that many bytes in all fails
@@ -31,9 +30,7 @@ extern std::vector<size_t> writes;
 extern std::vector<std::string> file_calls;
 
 struct SockoptCall {
-    int fd, level, name, value;  // value: the option as a 4-byte integer, else 0
-    socklen_t len;
-    int result;
+    int level, name, value;  // value: the option as a 4-byte integer, else 0
 };
 std::vector<SockoptCall> sockopt_calls();  // every setsockopt() so far, from any thread
 extern std::set<int> sockopt_pretend_ok;   // option names set without the kernel
@@ -42,9 +39,8 @@ extern std::set<int> sockopt_pretend_ok;   // option names set without the kerne
 // MSG_DONTWAIT reports EAGAIN and a poll() that does not wait finds nothing.
 extern std::atomic<bool> force_waiting_path;
 
-// While set, clock_gettime(CLOCK_MONOTONIC) answers this (reads counted).
+// While set, clock_gettime(CLOCK_MONOTONIC) answers this.
 extern std::optional<timespec> fake_monotonic;
-extern int fake_monotonic_reads;
 
 // select() with no descriptors (a pause): each timeout is recorded; with
 // skip_pauses the call returns at once.

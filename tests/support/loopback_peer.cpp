@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <random>
 
 namespace peer {
@@ -96,15 +95,5 @@ std::string random_bytes(size_t size, unsigned seed) {
 void set_mtime(const std::string &path, time_t t) {
     const timespec times[2] = {{0, UTIME_NOW}, {t, 0}};
     utimensat(AT_FDCWD, path.c_str(), times, 0);
-}
-
-time_t mtime(const std::string &path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0 ? st.st_mtime : -1;
-}
-
-size_t open_fds() {
-    namespace fs = std::filesystem;
-    return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
 }
 }  // namespace peer

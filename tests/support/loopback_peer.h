@@ -33,8 +33,6 @@ int tcp_socket(const char *host, int port, bool connect_it);
 int local_port(int fd);
 std::string random_bytes(size_t size, unsigned seed = 1);
 void set_mtime(const std::string &path, time_t mtime);
-time_t mtime(const std::string &path);  // -1: no file
-size_t open_fds();
 }  // namespace peer
 
 #endif

@@ -24,7 +24,6 @@ inline std::string read_file(const std::string &path) {
     return s.str();
 }
 inline void write_file(const std::string &path, const std::string &bytes) { std::ofstream(path, std::ios::binary) << bytes; }
-inline bool exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
 inline time_t mtime_of(const std::string &path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0 ? st.st_mtime : -1;
@@ -68,7 +67,6 @@ public:
         files::write_file(file(name), content);
         return file(name);
     }
-    static std::string read(const std::string &p) { return files::read_file(p); }
     std::vector<std::string> entries() const { return files::entries(path_); }
 
     // Runs f with this directory as the working directory (where a call

@@ -8,19 +8,17 @@
 #include "http_util.h"
 #include "interpose.h"
 
-namespace fake {
-// Read during static initialisation, before any test code runs.
-const Startup startup_state = {g_http_opt, g_http_util_zlog_level, g_http_util_zlog_category};
-const Startup &startup() { return startup_state; }
-}  // namespace fake
-
 namespace {
+// Read during static initialisation, before any test code runs.
+const http_opt startup_opt = g_http_opt;
+const uint32_t startup_level = g_http_util_zlog_level;
+
 struct Reset : testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo &) override {
         fake::reset();
         interpose::reset();
-        g_http_opt = fake::startup().opt;
-        g_http_util_zlog_level = fake::startup().level;
+        g_http_opt = startup_opt;
+        g_http_util_zlog_level = startup_level;
         g_http_util_zlog_category = fake::device().zlog_init_result;
     }
 };
