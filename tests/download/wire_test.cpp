@@ -331,6 +331,7 @@ TEST_F(Wire, CallsRefusedBeforeAnyConnection) {
     http_util_param p{};
     const std::string l255(255, 'a'), l256(256, 'a'), u256 = "http://h/" + std::string(247, 'u');
     const char *const url = "http://files.example/a.bin";
+    const uint32_t block[] = {HTTP_UTIL_TLV_SRC_IP, 3, 0x0100007f, 0, 0};  // a wrong length
     const std::pair<std::function<int()>, int> rows[] = {
         {[] { return http_download_file(nullptr, "x"); }, HTTP_UTIL_ERR_PARAM},
         {[] { return http_mgnt_download_file_progress_byname(nullptr, nullptr, "x", 0, "mgmt0"); }, HTTP_UTIL_ERR_PARAM},
@@ -349,6 +350,12 @@ TEST_F(Wire, CallsRefusedBeforeAnyConnection) {
         {[&] { return http_util_copy("/tmp/a", u256.c_str(), &p); }, HTTP_UTIL_ERR_PARAM_TOO_LONG},
         {[&] { return http_util_copy("ftp://h/a", "/tmp/b", &p); }, HTTP_UTIL_ERR_NOT_SUPPORTED},
         {[&] { return http_util_copy("/tmp/a", "http://h\xc3\xa9/b", &p); }, HTTP_UTIL_ERR_URL_NOT_ASCII},
+        {[&] { return http_upload_file(url, nullptr); }, HTTP_UTIL_ERR_PARAM},
+        {[&] { return http_upload_file(nullptr, "x"); }, HTTP_UTIL_ERR_PARAM},
+        {[&] { return http_upload_param(url, "x", nullptr, 0, nullptr); }, HTTP_UTIL_ERR_PARAM},
+        {[&] { return http_upload_file("ftp://h/x", "x"); }, HTTP_UTIL_ERR_NOT_HTTP},
+        {[&] { return http_upload_file_tlv(url, "x", block); }, HTTP_UTIL_ERR_PARAM},
+        {[&] { return http_upload_file("http://h/a\rX-Injected: 1", "x"); }, HTTP_UTIL_ERR_URL_FORMAT},
         {[] { return http_util_generate_tmpname(nullptr) == nullptr ? 0 : -1; }, 0},
         {[] { return touch("/nonexistent/f.bin", kTime), access("/nonexistent/f.bin", F_OK); }, -1},
     };

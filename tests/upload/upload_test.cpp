@@ -126,73 +126,44 @@ TEST_F(Upload, ResultAndSavedReply) {
     EXPECT_EQ(srv.connections(), 0u);
 }
 
-TEST_F(Upload, CallsRefusedBeforeAnyConnection) {
-    scripted::Server srv;
-    srv.start();
-    const std::string file = dir_.write("f", "x"), url = srv.url("/x");
-    const uint32_t block[] = {HTTP_UTIL_TLV_SRC_IP, 3, 0x0100007f, 0, 0};  // a wrong length
-    const std::pair<std::function<int()>, int> rows[] = {
-        {[&] { return http_upload_file(url.c_str(), nullptr); }, HTTP_UTIL_ERR_PARAM},
-        {[&] { return http_upload_file(nullptr, file.c_str()); }, HTTP_UTIL_ERR_PARAM},
-        {[&] { return http_upload_param(url.c_str(), file.c_str(), nullptr, 0, nullptr); }, HTTP_UTIL_ERR_PARAM},
-        {[&] { return http_upload_file("ftp://127.0.0.1/x", file.c_str()); }, HTTP_UTIL_ERR_NOT_HTTP},
-        {[&] { return http_upload_file_tlv(url.c_str(), file.c_str(), block); }, HTTP_UTIL_ERR_PARAM},
-        {[&] { return http_upload_file(srv.url("/a\rX-Injected: 1").c_str(), file.c_str()); }, HTTP_UTIL_ERR_URL_FORMAT},
-    };
-    for (const auto &r : rows) EXPECT_EQ(r.first(), r.second) << "row " << &r - rows;
-    EXPECT_EQ(srv.connections(), 0u);
-}
-
-// The plain calls print nothing and ignore Ctrl+C (the TLV block binds the
-// source address); a caller's record with show_progress 1 turns the display on.
-TEST_F(Upload, TerminalDisplay) {
-    const std::string file = dir_.write("f", "abc");
+// What the terminal shows and what Ctrl+C does: a plain call prints nothing and
+// ignores it (its TLV block binds the source address); a record with
+// show_progress 1 turns the display on, and Ctrl+C typed while the server
+// answers or during the body cancels. A reset during the body fails the send.
+TEST_F(Upload, TerminalAndCtrlC) {
+    const std::string small = dir_.write("f", "payload"), big = dir_.write("big", std::string(4 << 20, 'b'));
     const uint32_t tlv[] = {HTTP_UTIL_TLV_SRC_IP, 4, htonl(0x7f000002), HTTP_UTIL_TLV_END, 0};
-    for (int show : {0, 1}) {
-        fake::reset();
-        fake::device().keys = std::deque<int>(show ? 0 : 3, 3);
-        scripted::Server srv;
-        srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n").close();
-        srv.start();
-        http_util_param param{};
-        param.show_progress = show;
-        EXPECT_EQ(show ? http_upload_param(srv.url("/x").c_str(), file.c_str(), &param, 0, nullptr)
-                       : http_upload_file_tlv(srv.url("/x").c_str(), file.c_str(), tlv), 0);
-        ASSERT_TRUE(srv.wait());
-        EXPECT_EQ(srv.peer(), show ? "127.0.0.1" : "127.0.0.2");
-        EXPECT_TRUE(std::regex_match(fake::device().terminal, std::regex(show ? "Press Ctrl\\+C to quit\n!+\n" : ""))) << fake::device().terminal;
-    }
-}
-
-TEST_F(Upload, CtrlCWhileTheServerAnswersCancels) {
-    const std::string file = dir_.write("f", "payload");
-    scripted::Server srv;
-    srv.read_request().wait_until([] { return false; });
-    srv.start();
-    http_url_param *rec = record(srv);
-    rec->param.show_progress = 1;
-    // Typed once the whole request has arrived: the head reader sees it.
-    fake::device().key_source = [&srv] { return srv.request().find("--\r\n", srv.request().size() - 4) != std::string::npos ? 3 : -1; };
-    EXPECT_EQ(http_post_loop(rec, file.c_str(), nullptr), HTTP_UTIL_ERR_CANCELED);
-    EXPECT_TRUE(fake::logged("cancle by user."));
-    EXPECT_EQ(fake::device().terminal.back(), '\n') << "the end stage closes the line";
-}
-
-// An upload broken off during the body: by Ctrl+C once the server has part
-// of it, or by a server that resets the connection at once.
-TEST_F(Upload, BrokenOffDuringTheBody) {
-    const std::string file = dir_.write("big", std::string(4 << 20, 'b'));
-    for (bool ctrl_c : {true, false}) {
+    const struct {
+        const char *name;
+        bool plain, big;
+        char server;                                 // a: answers 200; h: holds; r: resets
+        std::function<bool(const std::string &)> key;  // Ctrl+C once the server has this request
+        int result;
+        const char *terminal;
+    } rows[] = {
+        {"plain call", true, false, 'a', [](const std::string &) { return true; }, 0, ""},
+        {"display", false, false, 'a', [](const std::string &) { return false; }, 0, "Press Ctrl\\+C to quit\n!+\n"},
+        {"Ctrl+C while the server answers", false, false, 'h', [](const std::string &q) { return q.size() > 4 && q.compare(q.size() - 4, 4, "--\r\n") == 0; },
+         HTTP_UTIL_ERR_CANCELED, "Press Ctrl\\+C to quit\n[!.]*\n"},
+        {"Ctrl+C during the body", false, true, 'h', [](const std::string &q) { return q.size() > (64 << 10); }, HTTP_UTIL_ERR_CANCELED, "Press Ctrl\\+C to quit\n[!.]*\n"},
+        {"reset during the body", false, true, 'r', [](const std::string &) { return false; }, HTTP_UTIL_ERR_SEND, "Press Ctrl\\+C to quit\n[!.]*\n"},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.name);
         fake::reset();
         scripted::Server srv;
-        ctrl_c ? srv.read_request() : srv.reset();
+        r.server == 'r' ? srv.reset() : srv.read_request();
+        r.server == 'a' ? srv.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n") : srv.wait_until([] { return false; });
         srv.start();
-        http_url_param *rec = record(srv);
-        rec->param.show_progress = 1;
-        fake::device().key_source = [&srv] { return srv.request().size() > (64 << 10) ? 3 : -1; };
-        EXPECT_EQ(http_post_loop(rec, file.c_str(), nullptr), ctrl_c ? HTTP_UTIL_ERR_CANCELED : HTTP_UTIL_ERR_SEND);
-        ASSERT_TRUE(srv.wait());
+        fake::device().key_source = [&] { return r.key(srv.request()) ? 3 : -1; };
+        const std::string &file = r.big ? big : small;
+        http_url_param *rec = r.plain ? nullptr : record(srv);
+        if (rec) rec->param.show_progress = 1;
+        EXPECT_EQ(rec ? http_post_loop(rec, file.c_str(), nullptr) : http_upload_file_tlv(srv.url("/x").c_str(), file.c_str(), tlv), r.result);
+        EXPECT_EQ(srv.peer(), r.plain ? "127.0.0.2" : "127.0.0.1");
         EXPECT_LT(srv.request().size(), 4u << 20);
+        EXPECT_TRUE(std::regex_match(fake::device().terminal, std::regex(r.terminal))) << fake::device().terminal;
+        EXPECT_EQ(fake::logged("cancle by user."), r.result == HTTP_UTIL_ERR_CANCELED);
     }
 }
 
