@@ -4,6 +4,8 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <climits>
 #include <functional>
 #include <string>
 #include <vector>
@@ -85,20 +87,26 @@ TEST_F(EntryOptionalServices, EveryCallDownloadsWithItsOwnInputs) {
         }
 }
 
-// Attempts counted by the pauses between them.
-TEST_F(EntryOptionalServices, RetryCountComesFromTheArgumentOrTheOptionAtCallTime) {
+// Attempts counted by the pauses between them, which wait the option's time,
+// only the first of them random. Pauses are recorded, not waited for.
+TEST_F(EntryOptionalServices, RetriesComeFromTheArgumentOrTheOptionAtCallTimeAndPause) {
     const std::string url = "http://127.0.0.1:" + std::to_string(scripted::unused_port()) + "/b";
-    g_http_opt.wait = 1;
+    fake::device().now = static_cast<time_t>(LLONG_MAX);  // a clock with no calendar time: only the log lacks it
     Tlv tlv;
     for (const Call &c : kCalls)
-        for (int option : {0, 1}) {
-            SCOPED_TRACE(std::string(c.name) + ", option " + std::to_string(option));
+        for (const auto &o : {std::array<int, 3>{0, 0, 0}, {1, 1, 0}, {1, 10, 1}}) {  // ntry, wait, random
+            SCOPED_TRACE(testing::Message() << c.name << ", ntry " << o[0] << ", wait " << o[1] << ", random " << o[2]);
             http_opt opt = g_http_opt;  // as a host sets it
-            opt.ntry = option;
+            opt.ntry = o[0], opt.wait = o[1], opt.random_wait = o[2];
             http_set_options(&opt);
-            interpose::pauses.clear();
+            interpose::pauses.clear(), fake::device().logs.clear();
             EXPECT_EQ(c.run(nullptr, url.c_str(), file.c_str(), 2, &tlv), HTTP_UTIL_ERR_CONNECT);
-            EXPECT_EQ(interpose::pauses.size(), c.takes_ntry ? 2u : static_cast<size_t>(option));
+            EXPECT_TRUE(fake::logged("Giving up."));
+            ASSERT_EQ(interpose::pauses.size(), o[1] == 0 ? 0u : c.takes_ntry ? 2u : static_cast<size_t>(o[0]));
+            for (const timeval &t : interpose::pauses) {
+                const double s = t.tv_sec + t.tv_usec / 1e6;
+                EXPECT_TRUE(&t == &interpose::pauses[0] && o[2] ? s >= 0.5 * o[1] && s < 1.5 * o[1] : s == o[1]) << s;
+            }
         }
 }
 

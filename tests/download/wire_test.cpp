@@ -7,7 +7,6 @@
 // sent once the first has been taken).
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <limits.h>
 #include <sys/resource.h>
 #include <utime.h>
 
@@ -261,34 +260,6 @@ TEST_F(Wire, EveryCaseEitherLineEndEitherPathWholeAndCut) {
                 const size_t size = c.exchanges.empty() ? 0 : c.exchanges[0].reply.size();
                 for (size_t cut = 1; c.cut && cut < size; ++cut) play(c, lf, cut, fast);
             }
-}
-
-// Attempts against a refused port; pauses are recorded, not waited for.
-TEST_F(Wire, RetriesPauseTheWaitAndOnlyTheFirstPauseIsRandom) {
-    const std::string url = "http://127.0.0.1:" + std::to_string(scripted::unused_port()) + "/f.bin";
-    fake::device().now = static_cast<time_t>(LLONG_MAX);  // a clock with no calendar time: only the log lacks it
-    struct Row {
-        int wait, random, ntry;
-    };
-    for (const Row &r : {Row{1, 0, 0}, Row{1, 0, 2}, Row{0, 0, 2}, Row{10, 1, 3}}) {
-        SCOPED_TRACE(testing::Message() << "wait " << r.wait << ", random " << r.random << ", ntry " << r.ntry);
-        g_http_opt.wait = r.wait;
-        g_http_opt.random_wait = r.random;
-        interpose::pauses.clear();
-        fake::device().logs.clear();
-        EXPECT_EQ(http_download_file_ntry(url.c_str(), "/nonexistent/f.bin", r.ntry), HTTP_UTIL_ERR_CONNECT);
-        EXPECT_TRUE(fake::logged("Giving up."));
-        ASSERT_EQ(interpose::pauses.size(), r.wait ? static_cast<size_t>(r.ntry) : 0u);
-        for (size_t i = 0; i < interpose::pauses.size(); ++i) {
-            const double s = interpose::pauses[i].tv_sec + interpose::pauses[i].tv_usec / 1e6;
-            if (i == 0 && r.random) {
-                EXPECT_GE(s, 0.5 * r.wait);
-                EXPECT_LT(s, 1.5 * r.wait);
-            } else {
-                EXPECT_EQ(s, r.wait);
-            }
-        }
-    }
 }
 
 // A partial file that cannot be deleted would be found again by every restart.
