@@ -1,5 +1,5 @@
 // The library end to end, linked as a host program links it, against nginx
-// and Python's multipart parser (Soak and Threads: see e2e.cmake).
+// and Python's multipart parser (Soak and Threads: see tests/CMakeLists.txt).
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
