@@ -66,7 +66,8 @@ struct Case {
     std::string local = kNone;   // the local file before the call (with the time kTime), kNone or kDir
     std::string path = "/f.bin";  // of the URL
     // d: download; n: download with no local name given, the file named
-    // after the URL; c: copy; p: copy posting a file, the reply saved.
+    // after the URL; c: copy; p: copy posting a file, the reply saved; u: raw
+    // upload of that file, the reply saved unless there is no local file.
     char via = 'd';
     int tries = 0;
     std::string log = "";  // a record that a failure table names; "%" is the local path
@@ -135,6 +136,16 @@ std::vector<Case> cases() {
         {"copy, no free temporary name", {}, HTTP_UTIL_ERR_SAVE_FILE, old, old, "/f.bin", 'c', 0, "", kAny, false, true,
          [](const std::string &f) { interpose::taken_prefix = f + "."; }},
         {"copy posting a file", {{"/p%20q", ok("reply")}}, 0, "reply", old, "/p q", 'p'},
+        // Uploads save the reply of a success only.
+        {"upload", {{"/up", ok("ok")}}, 0, "ok", old, "/up", 'u'},
+        {"upload, 201", {{"/up", "HTTP/1.1 201 Created\r\nContent-Length: 5\r\n\r\nmade!"}}, HTTP_UTIL_ERR_NOT_OK, "made!", old, "/up", 'u'},
+        {"upload, chunked reply", {{"/up", kChunked + "3\r\nabc\r\n0\r\n\r\n"}}, 0, "abc", old, "/up", 'u'},
+        {"upload, reply to the close", {{"/up", "HTTP/1.1 200 OK\r\n\r\nto the end"}}, 0, "to the end", old, "/up", 'u'},
+        {"upload, 404", {{"/up", status("404 Not Found")}}, HTTP_UTIL_ERR_NOT_FOUND, old, old, "/up", 'u'},
+        {"upload, 403 without length", {{"/up", "HTTP/1.1 403 Forbidden\r\n\r\n"}}, HTTP_UTIL_ERR_FORBIDDEN, old, old, "/up", 'u'},
+        {"upload, no answer", {{"/up", ""}}, HTTP_UTIL_ERR_RECV_RSP, old, old, "/up", 'u'},
+        {"upload, reply cut short", {{"/up", head(10) + "abc"}}, HTTP_UTIL_ERR_RECV_DATA, "abc", old, "/up", 'u'},
+        {"upload, reply left unread unless saved", {{"/up", head(100000) + kKeep}}, 0, kNone, kNone, "/up", 'u'},
     };
     // Regression: such a length read as 0 and replaced the destination with nothing.
     for (const char *length : {"zzz", "-1", "12abc", "99999999999"})
@@ -171,10 +182,20 @@ std::string saved_name(const std::string &target) {
     return replaced(name.substr(name.rfind('/') + 1), "%20", " ");
 }
 
+// A raw upload of post, its reply saved to save.
+int upload(const std::string &url, const std::string &post, const char *save, http_util_param *param) {
+    int err = 0;
+    http_url_param *rec = http_create_url_param(url.c_str(), &err, param, 0, nullptr);
+    rec->multipart = 0;
+    const int rc = http_post_loop(rec, post.c_str(), save);
+    free(rec);
+    return rc;
+}
+
 std::string request(const Case &c, const Exchange &e, const std::string &host) {
     const size_t blank = e.ask.find(' ');
     const std::string target = e.ask.substr(0, blank);
-    if (c.via == 'p')
+    if (c.via == 'p' || c.via == 'u')
         return "POST " + target + " HTTP/1.1\r\nHost: " + host +
                "\r\nContent-Type: application/octet-stream\r\nAccept: */*\r\nContent-Length: 7\r\n\r\npayload";
     return "GET " + target + " HTTP/1.1\r\nHost: " + host + "\r\n" +
@@ -216,7 +237,8 @@ protected:
         http_progress progress{};
         http_util_param param{};
         param.max_redirect = 5, param.show_progress = 2;
-        if (c.via == 'p') snprintf(param.post_file, sizeof param.post_file, "%s", dir.write("post.txt", "payload").c_str());
+        const std::string post = c.via == 'p' || c.via == 'u' ? dir.write("post.txt", "payload") : "";
+        if (c.via == 'p') snprintf(param.post_file, sizeof param.post_file, "%s", post.c_str());
         const std::string url = srv.url(c.path);
         g_http_opt.timestamp_check = c.check_time;
         interpose::fail_fsync_errno = 0;
@@ -225,6 +247,7 @@ protected:
         interpose::force_waiting_path = !fast;
         const int rc = c.via == 'd'   ? http_download_file_progress(&progress, url.c_str(), f.c_str(), c.tries)
                        : c.via == 'n' ? dir.inside([&] { return http_download_file_progress(&progress, url.c_str(), nullptr, 0); })
+                       : c.via == 'u' ? upload(url, post, c.local == kNone ? nullptr : f.c_str(), &param)
                                       : http_util_copy(url.c_str(), f.c_str(), &param);
         interpose::force_waiting_path = false;
         EXPECT_EQ(rc, c.result);
@@ -234,7 +257,7 @@ protected:
             EXPECT_EQ(srv.request(i), request(c, c.exchanges[i], host + std::to_string(srv.port()))) << "connection " << i;
         const std::string name = c.via == 'n' && !c.exchanges.empty() ? saved_name(c.exchanges.back().ask) : "f.bin";
         std::vector<std::string> names = dir.entries(), want(c.file != kNone, name);
-        if (c.via == 'p') want.push_back("post.txt");  // sorts after f.bin
+        if (!post.empty()) want.push_back("post.txt");  // sorts after f.bin
         std::sort(names.begin(), names.end());
         EXPECT_EQ(names, want) << "a stray or temporary file";
         if (c.file != kNone && c.file != kDir) {
