@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <set>
 #include <string>
@@ -245,11 +246,14 @@ protected:
         interpose::taken_prefix.clear();
         if (c.fault) c.fault(f);
         interpose::force_waiting_path = !fast;
+        const std::filesystem::path back = std::filesystem::current_path();
+        if (c.via == 'n') std::filesystem::current_path(dir.path());  // where a call given no local file saves
         const int rc = c.via == 'd'   ? http_download_file_progress(&progress, url.c_str(), f.c_str(), c.tries)
-                       : c.via == 'n' ? dir.inside([&] { return http_download_file_progress(&progress, url.c_str(), nullptr, 0); })
+                       : c.via == 'n' ? http_download_file_progress(&progress, url.c_str(), nullptr, 0)
                        : c.via == 'u' ? upload(url, post, c.local == kNone ? nullptr : f.c_str(), &param)
                                       : http_util_copy(url.c_str(), f.c_str(), &param);
         interpose::force_waiting_path = false;
+        std::filesystem::current_path(back);
         EXPECT_EQ(rc, c.result);
         ASSERT_TRUE(srv.wait());
         ASSERT_EQ(srv.connections(), c.exchanges.size());
