@@ -83,15 +83,9 @@ Server::~Server() {
 }
 
 std::string Server::url(const std::string &path) const {
-    return "http://" + (family_ == Family::IPv4 ? host() : "[" + host() + "]") + ":" + std::to_string(port_) + path;
+    return (family_ == Family::IPv4 ? "http://127.0.0.1:" : "http://[::1]:") + std::to_string(port_) + path;
 }
 sockaddr_storage Server::address() const { return loopback(family_, port_); }
-
-Server &Server::small_receive_buffer() {
-    int size = 4096;  // inherited by accepted sockets, fixes the window
-    setsockopt(listen_fd_, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-    return *this;
-}
 
 void Server::start() {
     if (listen(listen_fd_, 16) != 0) throw std::runtime_error("listen");

@@ -30,13 +30,12 @@ public:
     Server &operator=(const Server &) = delete;
 
     uint16_t port() const { return port_; }
-    std::string host() const { return family_ == Family::IPv4 ? "127.0.0.1" : "::1"; }
     std::string url(const std::string &path = "/") const;  // http://host:port/path
     sockaddr_storage address() const;                       // the listening address
 
-    // ---- script steps (before start) ----
-    Server &read_request() { return add(Kind::ReadRequest); }         // a head and its Content-Length body
-    Server &read_until_close() { return add(Kind::ReadUntilClose); }  // until the peer closes
+    // Script steps, before start(). read_request: a head and its Content-Length body.
+    Server &read_request() { return add(Kind::ReadRequest); }
+    Server &read_until_close() { return add(Kind::ReadUntilClose); }
     Server &send(const std::string &bytes) { return add(Kind::Send, bytes); }
     Server &wait_until(std::function<bool()> ready) { return add(Kind::WaitUntil, "", std::move(ready)); }
     // Holds the script until the client end (a socket of this process) has
@@ -45,8 +44,6 @@ public:
     Server &close() { return add(Kind::Close); }
     Server &reset() { return add(Kind::Reset); }  // a close with a TCP reset
     Server &next_connection() { return add(Kind::Next); }
-    // So that a client's writes block soon when the script does not read.
-    Server &small_receive_buffer();
 
     void start();
     int connect_client(bool nonblock = true);  // a connected client socket, after start()

@@ -144,7 +144,7 @@ using UploadSlow = Upload;
 TEST_F(UploadSlow, StalledServerEndsTheUploadWithSendFailed) {
     const std::string file = dir_.write("big", std::string(32 << 20, 'z'));
     scripted::Server srv;
-    srv.small_receive_buffer().wait_until([] { return false; });
+    srv.wait_until([] { return false; });
     srv.start();
     http_url_param *rec = record(srv);
     rec->param.show_progress = 1;
