@@ -1,12 +1,11 @@
-// The copy's order of syncs and Ctrl+C during its body; then every heap
-// allocation of a whole transfer fails in turn.
+// The copy's order of syncs; then every heap allocation of a whole transfer
+// fails in turn.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <string>
 #include <vector>
 
-#include "fake_device.h"
 #include "http_util.h"
 #include "interpose.h"
 #include "scripted_server.h"
@@ -19,10 +18,9 @@ using files::read_file;
 
 const std::string kOk = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
 
-http_util_param copy_param(int show_progress = 2) {
+http_util_param copy_param() {
     http_util_param p{};
-    p.max_redirect = 5;
-    p.show_progress = show_progress;  // 2: nothing on the terminal
+    p.show_progress = 2;  // nothing on the terminal
     return p;
 }
 
@@ -46,29 +44,6 @@ TEST(CopyFaults, DataIsSyncedBeforeTheRenameAndTheFolderAfterIt) {
     free(real);
     EXPECT_EQ(calls, "fsync " + folder + tmp.substr(dir.path().size()) + "\nrename " + tmp + " " + dst + "\nfsync " +
                          folder + "\n");
-}
-
-TEST(CopyFaults, CtrlCDuringTheBodyCancelsAndKeepsTheDestination) {
-    TempDir dir;
-    const std::string dst = dir.write("dst.bin", "old");
-    scripted::Server srv;
-    srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n" + pattern(2000)).read_until_close();
-    srv.start();
-    // Typed once body bytes have reached the temporary file.
-    fake::device().key_source = [&] {
-        for (const std::string &n : dir.entries())
-            if (n != "dst.bin" && !read_file(dir.file(n)).empty()) return 3;
-        return -1;
-    };
-    http_util_param p = copy_param(0);
-    p.ntry = 3;
-    EXPECT_EQ(http_util_copy(srv.url("/a.bin").c_str(), dst.c_str(), &p), HTTP_UTIL_ERR_CANCELED);
-    EXPECT_EQ(p.show_progress, 1) << "0 turns the display on";
-    EXPECT_EQ(fake::device().terminal.rfind("Press Ctrl+C to quit\n", 0), 0u) << fake::device().terminal;
-    ASSERT_TRUE(srv.wait());
-    EXPECT_EQ(srv.connections(), 1u) << "a cancel is not retried";
-    EXPECT_EQ(read_file(dst), "old");
-    EXPECT_EQ(dir.entries(), std::vector<std::string>{"dst.bin"});
 }
 
 // Each run must give the code of its failure point, leave no descriptor

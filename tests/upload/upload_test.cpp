@@ -99,42 +99,61 @@ TEST_F(Upload, MissingFileAndRefusedConnection) {
 
 // What the terminal shows and what Ctrl+C does: a plain call prints nothing and
 // ignores it (its TLV block binds the source address); a record with
-// show_progress 1 turns the display on, and Ctrl+C typed while the server
-// answers or during the body cancels. A reset during the body fails the send.
+// show_progress 1, or a copy's with 0, turns the display on, and Ctrl+C typed
+// while the server answers or during the body cancels, a copy's too, which is
+// not retried and keeps its destination. A reset during the body fails the send.
 TEST_F(Upload, TerminalAndCtrlC) {
     const std::string small = dir_.write("f", "payload"), big = dir_.write("big", std::string(4 << 20, 'b'));
+    const std::string dst = dir_.write("dst.bin", "old");
     const uint32_t tlv[] = {HTTP_UTIL_TLV_SRC_IP, 4, htonl(0x7f000002), HTTP_UTIL_TLV_END, 0};
+    auto never = [](const std::string &) { return false; };
+    auto copying = [&](const std::string &) {  // once body bytes have reached the copy's temporary file
+        for (const std::string &n : dir_.entries())
+            if (n.rfind("dst.bin.", 0) == 0 && !files::read_file(dir_.file(n)).empty()) return true;
+        return false;
+    };
     const struct {
         const char *name;
-        bool plain, big;
-        char server;                                 // a: answers 200; h: holds; r: resets
+        char call, server;  // call: t, TLV upload; r, a record; c, a copy down. server: a, answers 200; b, a long body; h, holds; r, resets
+        bool big;
         std::function<bool(const std::string &)> key;  // Ctrl+C once the server has this request
         int result;
         const char *terminal;
     } rows[] = {
-        {"plain call", true, false, 'a', [](const std::string &) { return true; }, 0, ""},
-        {"display", false, false, 'a', [](const std::string &) { return false; }, 0, "Press Ctrl\\+C to quit\n!+\n"},
-        {"Ctrl+C while the server answers", false, false, 'h', [](const std::string &q) { return q.size() > 4 && q.compare(q.size() - 4, 4, "--\r\n") == 0; },
+        {"plain call", 't', 'a', false, [](const std::string &) { return true; }, 0, ""},
+        {"display", 'r', 'a', false, never, 0, "Press Ctrl\\+C to quit\n!+\n"},
+        {"Ctrl+C while the server answers", 'r', 'h', false, [](const std::string &q) { return q.size() > 4 && q.compare(q.size() - 4, 4, "--\r\n") == 0; },
          HTTP_UTIL_ERR_CANCELED, "Press Ctrl\\+C to quit\n[!.]*\n"},
-        {"Ctrl+C during the body", false, true, 'h', [](const std::string &q) { return q.size() > (64 << 10); }, HTTP_UTIL_ERR_CANCELED, "Press Ctrl\\+C to quit\n[!.]*\n"},
-        {"reset during the body", false, true, 'r', [](const std::string &) { return false; }, HTTP_UTIL_ERR_SEND, "Press Ctrl\\+C to quit\n[!.]*\n"},
+        {"Ctrl+C during the body", 'r', 'h', true, [](const std::string &q) { return q.size() > (64 << 10); }, HTTP_UTIL_ERR_CANCELED, "Press Ctrl\\+C to quit\n[!.]*\n"},
+        {"reset during the body", 'r', 'r', true, never, HTTP_UTIL_ERR_SEND, "Press Ctrl\\+C to quit\n[!.]*\n"},
+        {"Ctrl+C during a copy's body", 'c', 'b', false, copying, HTTP_UTIL_ERR_CANCELED, "Press Ctrl\\+C to quit\n[!.]*\n"},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
         fake::reset();
         scripted::Server srv;
         r.server == 'r' ? srv.reset() : srv.read_request();
-        r.server == 'a' ? srv.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n") : srv.wait_until([] { return false; });
+        if (r.server == 'a') srv.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+        if (r.server == 'b') srv.send("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n" + files::pattern(2000));
+        if (r.server != 'a') srv.wait_until([] { return false; });
         srv.start();
         fake::device().key_source = [&] { return r.key(srv.request()) ? 3 : -1; };
         const std::string &file = r.big ? big : small;
-        http_url_param *rec = r.plain ? nullptr : record(srv);
+        http_util_param copy{};
+        copy.ntry = 3;
+        http_url_param *rec = r.call == 'r' ? record(srv) : nullptr;
         if (rec) rec->param.show_progress = 1;
-        EXPECT_EQ(rec ? http_post_loop(rec, file.c_str(), nullptr) : http_upload_file_tlv(srv.url("/x").c_str(), file.c_str(), tlv), r.result);
-        EXPECT_EQ(srv.peer(), r.plain ? "127.0.0.2" : "127.0.0.1");
+        EXPECT_EQ(r.call == 'c'   ? http_util_copy(srv.url("/a.bin").c_str(), dst.c_str(), &copy)
+                  : r.call == 't' ? http_upload_file_tlv(srv.url("/x").c_str(), file.c_str(), tlv)
+                                  : http_post_loop(rec, file.c_str(), nullptr),
+                  r.result);
+        EXPECT_EQ(srv.peer(), r.call == 't' ? "127.0.0.2" : "127.0.0.1");
+        EXPECT_EQ(srv.connections(), 1u);
         EXPECT_LT(srv.request().size(), 4u << 20);
         EXPECT_TRUE(std::regex_match(fake::device().terminal, std::regex(r.terminal))) << fake::device().terminal;
         EXPECT_EQ(fake::logged("cancle by user."), r.result == HTTP_UTIL_ERR_CANCELED);
+        EXPECT_EQ(files::read_file(dst), "old");
+        EXPECT_EQ(dir_.entries().size(), 3u) << "a temporary file";
     }
 }
 
