@@ -46,21 +46,6 @@ TEST_F(E2e, PeersAnswerCurl) {
     EXPECT_NE(curl("-F 'file1=@" + g + ";filename=" + f + "' " + sink_.url("/")), 0);
 }
 
-// The sink compares each upload with the file it names; over IPv6 it also
-// refuses a Host without brackets round the literal.
-TEST_F(E2e, Uploads) {
-    peer::Peer sink6(peer::Kind::Sink6);  // not listening where there is no ::1
-    for (size_t size : {0, 1, 1024, 1025, 3 << 20}) {
-        const std::string file = dir_.write("up " + std::to_string(size), peer::random_bytes(size));
-        for (const peer::Peer *sink : {&sink_, &sink6}) {
-            const std::string url = sink->url("/upload");
-            if (!sink->listening()) continue;
-            EXPECT_EQ(http_upload_file(url.c_str(), file.c_str()), HTTP_UTIL_OK) << url << size;
-            EXPECT_EQ(http_util_copy(file.c_str(), url.c_str(), &param_), HTTP_UTIL_OK) << url;
-        }
-    }
-}
-
 // One connection at a time: nginx's whole reply (with a Content-Length) goes
 // on whole or up to a random offset, then a close or a reset. A reply to a
 // target ending in "?chunked" is re-sent chunked (random sizes, some

@@ -26,12 +26,12 @@ location ~ ^/303/(.*) { absolute_redirect off; return 303 /307/$1; }
 location ~ ^/307/(.*) { return 307 /$1; } } })";
 
 Peer::Peer(Kind kind) {
-    const char *host = kind == Kind::Sink6 ? "::1" : "127.0.0.1";
+    const char *host = "127.0.0.1";
     const int fd = tcp_socket(host, 0, false);
     port_ = local_port(fd);
     close(fd);
     const std::string port = std::to_string(port_);
-    origin_ = (kind == Kind::Sink6 ? "http://[::1]:" : "http://127.0.0.1:") + port;
+    origin_ = "http://127.0.0.1:" + port;
     mkdir(dir_.file("www").c_str(), 0755);
     char conf[sizeof kNginxConf + 8];
     snprintf(conf, sizeof conf, kNginxConf, port_);

@@ -9,7 +9,7 @@
 #include "temp_dir.h"
 
 namespace peer {
-enum class Kind { Nginx, Sink, Sink6 };
+enum class Kind { Nginx, Sink };
 
 class Peer {
 public:

@@ -6,11 +6,10 @@ same bytes; else 400 with the reason, also on standard error."""
 import email.parser
 import email.policy
 import http.server
-import socket
 import sys
 
 HOST, PORT = sys.argv[1], int(sys.argv[2])
-AUTHORITY = ("[%s]:%d" if ":" in HOST else "%s:%d") % (HOST, PORT)
+AUTHORITY = "%s:%d" % (HOST, PORT)
 
 
 def fault(headers, body):
@@ -44,6 +43,4 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.end_headers()
 
 
-Server = http.server.ThreadingHTTPServer
-Server.address_family = socket.AF_INET6 if ":" in HOST else socket.AF_INET
-Server((HOST, PORT), Handler).serve_forever()
+http.server.ThreadingHTTPServer((HOST, PORT), Handler).serve_forever()
