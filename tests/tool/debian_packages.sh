@@ -14,9 +14,6 @@ check "the tool loads the unpacked library" grep -qF "($lib/libhttp_util.so.1.0.
 check "its man page renders" [ -z "$(man --warnings -l root/usr/share/man/man1/http-util.1.gz 2>&1 > /dev/null)" ]
 MANWIDTH=120 man -l root/usr/share/man/man1/http-util.1.gz > man.txt 2> /dev/null
 for code in $(seq 0 29); do check "man page: $code" grep -qxE " +$code +$(env -i "$tool" strerror $code)" man.txt; done
-serve && head -c 100000 /dev/urandom > www/a.bin
-env -i "$tool" get "$url/a.bin" a.bin
-check "download by the unpacked tool" cmp www/a.bin a.bin
 awk '/^```c$/ { f = sprintf("readme_%d.c", ++n); next } /^```/ { f = "" } f { print > f }' "$4"
 # shellcheck disable=SC2046  # word splitting wanted
 cc -std=c99 -o example "$(grep -L 'http://' readme_*.c | head -n 1)" \
