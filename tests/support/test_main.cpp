@@ -26,11 +26,6 @@ struct Reset : testing::EmptyTestEventListener {
 
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
-#ifdef HTTP_UTIL_TESTS_EMULATED  // a child cannot exec the target's binary again: it only forks
-    testing::GTEST_FLAG(death_test_style) = "fast";
-#else
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
-#endif
     testing::UnitTest::GetInstance()->listeners().Append(new Reset);
     return RUN_ALL_TESTS();
 }
