@@ -51,26 +51,17 @@ TEST(CopyFaults, DataIsSyncedBeforeTheRenameAndTheFolderAfterIt) {
 // says (the ASan build adds: nothing leaks).
 TEST(AllocationSweep, EveryFailedAllocationGivesItsCodeAndLeavesNothing) {
     constexpr int N = HTTP_UTIL_ERR_NOMEM, S = HTTP_UTIL_ERR_SAVE_FILE;
-    struct Transfer {
+    const struct {
         const char *name;
         bool download, copy;
         std::vector<int> codes;  // the result when allocation n fails, n = 1, 2, ...
-    };
-    const Transfer transfers[] = {
-        // URL record, local path copy, handle, head buffer, its growth, the file's FILE, body block.
-        {"download", true, false, {N, N, N, N, N, S, N}},
-        // URL record, handle, head buffer, its growth.
-        {"upload", false, false, {N, N, N, N}},
-        // URL copy and temporary name, then the download's own.
-        {"copy down", true, true, {N, N, N, N, N, N, N, S, N}},
-        // URL copy and local path copy, then the upload's own.
-        {"copy up", false, true, {N, N, N, N, N, N}},
-    };
+    } transfers[] = {{"download", true, false, {N, N, N, N, N, S, N}}, {"upload", false, false, {N, N, N, N}},
+                     {"copy down", true, true, {N, N, N, N, N, N, N, S, N}}, {"copy up", false, true, {N, N, N, N, N, N}}};
     // A head longer than the head reader's first buffer, so that it grows.
     std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nLast-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\n";
     for (int i = 0; i < 30; ++i) head += "X-Pad: " + std::string(80, 'p') + "\r\n";
     const std::string body = pattern(3000);
-    for (const Transfer &t : transfers) {
+    for (const auto &t : transfers) {
         TempDir dir;
         const std::string dst = dir.file("dst.bin"), src = dir.file("src.bin");
         for (int n = 1;; ++n) {
