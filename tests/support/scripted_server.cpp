@@ -64,6 +64,23 @@ int local_peer_of(int fd) {
     return found;
 }
 
+// True once the connected socket fd, this process's end of a loopback
+// connection, has received n bytes and holds none of them unread.
+bool taken_off(int fd, size_t n) {
+    // Received first, queued second: bytes that arrive in between only make
+    // the answer later, never wrong.
+    tcp_info info{};
+    socklen_t len = sizeof info;
+    int queued = 0, unacked = 0, peer;
+    if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &len) != 0 || ioctl(fd, FIONREAD, &queued) != 0) return false;
+    if (len >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received)
+        return info.tcpi_bytes_received >= n && queued == 0;
+    // qemu user emulation passes back only the first word of TCP_INFO. Then
+    // "arrived" is told by the sending end: nothing it sent is unacknowledged.
+    // The caller checks after sending exactly n bytes, so that stands for n.
+    return (peer = local_peer_of(fd)) >= 0 && ioctl(peer, TIOCOUTQ, &unacked) == 0 && unacked == 0 && queued == 0;
+}
+
 }  // namespace
 
 Server::Server(Family family) : family_(family) {
@@ -92,14 +109,14 @@ void Server::start() {
     thread_ = std::thread([this] { run(); });
 }
 
-int Server::connect_client(bool nonblock) {
+int Server::connect_client() {
     sockaddr_storage ss = address();
     int fd = socket(ss.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr *>(&ss), addr_len(ss)) != 0) {
         ::close(fd);
         return -1;
     }
-    if (fd >= 0 && nonblock) fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+    if (fd >= 0) fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
     return fd;
 }
 
@@ -193,21 +210,6 @@ void Server::run() {
     std::lock_guard<std::mutex> lock(m_);
     done_ = true;
     cv_.notify_all();
-}
-
-bool taken_off(int fd, size_t n) {
-    // Received first, queued second: bytes that arrive in between only make
-    // the answer later, never wrong.
-    tcp_info info{};
-    socklen_t len = sizeof info;
-    int queued = 0, unacked = 0, peer;
-    if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &len) != 0 || ioctl(fd, FIONREAD, &queued) != 0) return false;
-    if (len >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received)
-        return info.tcpi_bytes_received >= n && queued == 0;
-    // qemu user emulation passes back only the first word of TCP_INFO. Then
-    // "arrived" is told by the sending end: nothing it sent is unacknowledged.
-    // The caller checks after sending exactly n bytes, so that stands for n.
-    return (peer = local_peer_of(fd)) >= 0 && ioctl(peer, TIOCOUTQ, &unacked) == 0 && unacked == 0 && queued == 0;
 }
 
 uint16_t unused_port() {

@@ -46,7 +46,7 @@ public:
     Server &next_connection() { return add(Kind::Next); }
 
     void start();
-    int connect_client(bool nonblock = true);  // a connected client socket, after start()
+    int connect_client();  // a connected non-blocking client socket, after start()
     bool wait();  // until the script has run to its end (limit: 60 s); false on time-out
     // What connection conn received (so far), and its client's address.
     std::string request(size_t conn = 0) const { return at(received_, conn); }
@@ -82,10 +82,6 @@ private:
 
 // A loopback port with nothing listening on it (connections are refused).
 uint16_t unused_port();
-
-// True once the connected socket fd, this process's end of a loopback
-// connection, has received n bytes and holds none of them unread.
-bool taken_off(int fd, size_t n);
 
 }  // namespace scripted
 
