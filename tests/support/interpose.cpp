@@ -16,7 +16,8 @@
 namespace interpose {
 
 std::string fail_open_path, fail_unlink_path, taken_prefix;
-int open_failures, fail_bind_errno, fail_fsync_errno, watch_write_fd = -1, fake_monotonic_reads;
+int open_failures, fail_bind_errno, fail_fsync_errno, fake_monotonic_reads;
+std::atomic<int> watch_write_fd{-1};
 size_t fail_calloc_bytes;
 std::vector<size_t> writes;
 std::vector<std::string> file_calls;
