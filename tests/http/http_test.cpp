@@ -93,6 +93,8 @@ TEST(ResponseHead, ParsedIntoTheRecordAndAResult) {
         EXPECT_EQ(record == "-" ? "-" : text_of(u->rsp), record) << text.substr(0, 80);
     }
     http_free_util(u);
+    char line[8];  // an empty line, as host programs read heads with it
+    EXPECT_STREQ(http_getline("\r\nab", line, sizeof line), "ab");
 }
 
 enum Flags { kSink = 1, kSinkFails = 2, kCancel = 4, kFullDisk = 8, kNoMem = 16, kShow = 32, kCtrlC = 64 };

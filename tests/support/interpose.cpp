@@ -16,7 +16,8 @@
 namespace interpose {
 
 std::string fail_open_path, fail_unlink_path, taken_prefix;
-int fail_bind_errno, fail_fsync_errno, watch_write_fd = -1;
+int fail_bind_errno, fail_fsync_errno;
+std::atomic<int> watch_write_fd{-1};
 size_t fail_calloc_bytes;
 std::vector<size_t> writes;
 std::vector<std::string> file_calls;

@@ -24,7 +24,7 @@ extern size_t fail_calloc_bytes;      // calloc() of that many bytes in all fail
 extern int fail_bind_errno, fail_fsync_errno;  // bind(), fsync() fail with it
 
 // Byte counts of write() and send() calls on watch_write_fd.
-extern int watch_write_fd;
+extern std::atomic<int> watch_write_fd;  // read by scripted-server threads too
 extern std::vector<size_t> writes;
 // fsync() and rename() in order: "fsync PATH" (links resolved), "rename FROM TO".
 extern std::vector<std::string> file_calls;
