@@ -1,8 +1,8 @@
 // The copy's order of syncs; then every heap allocation of a whole transfer
 // fails in turn.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -39,9 +39,7 @@ TEST(CopyFaults, DataIsSyncedBeforeTheRenameAndTheFolderAfterIt) {
     const size_t at = calls.find("rename " + dst + ".");
     ASSERT_NE(at, std::string::npos) << calls;
     const std::string tmp = calls.substr(at + 7, dst.size() + 7);
-    char *real = realpath(dir.path().c_str(), nullptr);
-    const std::string folder = real;
-    free(real);
+    const std::string folder = std::filesystem::canonical(dir.path());
     EXPECT_EQ(calls, "fsync " + folder + tmp.substr(dir.path().size()) + "\nrename " + tmp + " " + dst + "\nfsync " +
                          folder + "\n");
 }
