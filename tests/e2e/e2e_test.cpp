@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 #include <thread>
@@ -74,7 +75,7 @@ struct CuttingProxy {
         };
         auto has_head = [](const std::string &s) { return s.find("\r\n\r\n") != s.npos; };
         const int up = read_until(client, request, has_head)
-                           ? peer::tcp_socket("127.0.0.1", upstream_, true) : -1;
+                           ? peer::tcp_socket(upstream_, true) : -1;
         bool ok = up >= 0 && send(up, request.data(), request.size(), MSG_NOSIGNAL) > 0 &&
                   read_until(up, reply, has_head);
         const size_t head = reply.find("\r\n\r\n") + 4, length = reply.find("Content-Length: ");
@@ -112,7 +113,7 @@ struct CuttingProxy {
 
     const int upstream_;
     std::mt19937_64 random_;
-    const int listen_ = peer::tcp_socket("127.0.0.1", 0, false);
+    const int listen_ = peer::tcp_socket(0, false);
     int cuts = 0;
     std::thread thread_{[this] {
         for (int c; (c = accept4(listen_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) relay(c);
@@ -127,7 +128,8 @@ TEST_F(Soak, DownloadsThroughCutsEndWhole) {
     const char *replay = getenv("HTTP_UTIL_SOAK_SEED");
     const uint64_t seed = replay ? strtoull(replay, nullptr, 0) : std::random_device()();
     SCOPED_TRACE("replay with HTTP_UTIL_SOAK_SEED=" + std::to_string(seed));
-    const std::string data = peer::random_bytes(200000);
+    std::string data(200000, '\0');
+    std::generate(data.begin(), data.end(), std::mt19937(static_cast<unsigned>(seed)));
     nginx_.put("f", data, kMtime);
     g_http_opt.wait = 0;  // no pause between attempts
     const std::string dst = dir_.file("dl");
@@ -163,12 +165,12 @@ TEST_F(Threads, TransfersAtOnceWhileTheHostKeepsItsTimeLocale) {
     // four redirections), 3 a copy down, and uploads (5 by a copy) that the sink checks.
     constexpr int kFiles = 120;
     auto date = [](int f) { return kMtime + f * 900000L; };
-    const std::string data = peer::random_bytes(20000);
+    const std::string data = files::pattern(20000);
     for (int f = 0; f < kFiles; ++f) {
         const std::string name = std::to_string(f);
         const int k = f % 10;
         nginx_.put(name, data, date(f));
-        if (k == 2 || k == 6) peer::set_mtime(dir_.write(name, k == 2 ? data.substr(0, 9999) : peer::random_bytes(9999, 2)), date(f) - (k == 6));
+        if (k == 2 || k == 6) peer::set_mtime(dir_.write(name, k == 2 ? data.substr(0, 9999) : files::pattern(9999, 1)), date(f) - (k == 6));
         if (k == 7 || k == 8) peer::set_mtime(dir_.write(name, k == 7 ? data + "more" : data), date(f));
         if (k == 4 || k == 5) dir_.write(name, data);
     }

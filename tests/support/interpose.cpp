@@ -53,15 +53,18 @@ std::vector<SockoptCall> sockopt_calls() {
 }
 
 void reset() {
-    fail_open_path.clear(), fail_unlink_path.clear(), taken_prefix.clear();
+    fail_open_path = fail_unlink_path = taken_prefix = "";
     fail_bind_errno = fail_fsync_errno = 0;
     watch_write_fd = -1;
     fail_calloc_bytes = 0;
-    writes.clear(), file_calls.clear(), pauses.clear();
+    writes = {};
+    file_calls = {};
+    pauses = {};
     force_waiting_path = skip_pauses = false;
     fake_monotonic.reset();
     std::lock_guard<std::mutex> lock(sockopt_mutex);
-    sockopt_log.clear(), sockopt_pretend_ok.clear();
+    sockopt_log = {};
+    sockopt_pretend_ok = {};
 }
 
 }  // namespace interpose

@@ -1,14 +1,10 @@
 #include "loopback_peer.h"
 
 #include <arpa/inet.h>
-#include <netdb.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-
-#include <algorithm>
-#include <random>
 
 namespace peer {
 // Relative paths are under the peer's directory (nginx -p). /301/NAME goes
@@ -26,8 +22,7 @@ location ~ ^/303/(.*) { absolute_redirect off; return 303 /307/$1; }
 location ~ ^/307/(.*) { return 307 /$1; } } })";
 
 Peer::Peer(Kind kind) {
-    const char *host = "127.0.0.1";
-    const int fd = tcp_socket(host, 0, false);
+    const int fd = tcp_socket(0, false);
     port_ = local_port(fd);
     close(fd);
     const std::string port = std::to_string(port_);
@@ -38,7 +33,7 @@ Peer::Peer(Kind kind) {
     dir_.write("nginx.conf", conf);
     const char *nginx[] = {"/usr/sbin/nginx", "-p", dir_.path().c_str(), "-c", "nginx.conf",
                            "-e", "error.log", nullptr};
-    const char *sink[] = {"/usr/bin/python3", HTTP_UTIL_SINK, host, port.c_str(), nullptr};
+    const char *sink[] = {"/usr/bin/python3", HTTP_UTIL_SINK, "127.0.0.1", port.c_str(), nullptr};
     const char *const *argv = kind == Kind::Nginx ? nginx : sink;
     pid_ = fork();
     if (pid_ == 0) {
@@ -48,7 +43,7 @@ Peer::Peer(Kind kind) {
     }
     // Neither peer tells when it listens; a refused connect comes at once.
     for (int tries = 0; pid_ > 0 && tries < 1000; ++tries) {
-        const int c = tcp_socket(host, port_, true);
+        const int c = tcp_socket(port_, true);
         if (c >= 0 && close(c) == 0) return;
         if (waitpid(pid_, nullptr, WNOHANG) != 0) pid_ = -1;
         poll(nullptr, 0, 10);
@@ -65,18 +60,17 @@ void Peer::put(const std::string &name, const std::string &bytes, time_t t) cons
     set_mtime(dir_.write("www/" + name, bytes), t);
 }
 
-int tcp_socket(const char *host, int port, bool connect_it) {
-    addrinfo hints = {}, *ai = nullptr;
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-    hints.ai_socktype = SOCK_STREAM;
-    if (getaddrinfo(host, std::to_string(port).c_str(), &hints, &ai) != 0) return -1;
-    int fd = socket(ai->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && (connect_it ? connect(fd, ai->ai_addr, ai->ai_addrlen)
-                               : bind(fd, ai->ai_addr, ai->ai_addrlen) || listen(fd, 8)) != 0) {
+int tcp_socket(int port, bool connect_it) {
+    sockaddr_in a = {};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(static_cast<uint16_t>(port));
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const auto *sa = reinterpret_cast<const sockaddr *>(&a);
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && (connect_it ? connect(fd, sa, sizeof a) : bind(fd, sa, sizeof a) || listen(fd, 8)) != 0) {
         close(fd);
         fd = -1;
     }
-    freeaddrinfo(ai);
     return fd;
 }
 
@@ -84,12 +78,6 @@ int local_port(int fd) {
     sockaddr_in6 a = {};  // the port sits at the same place for both families
     socklen_t len = sizeof a;
     return getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len) == 0 ? ntohs(a.sin6_port) : 0;
-}
-
-std::string random_bytes(size_t size, unsigned seed) {
-    std::string out(size, '\0');
-    std::generate(out.begin(), out.end(), std::mt19937(seed));
-    return out;
 }
 
 void set_mtime(const std::string &path, time_t t) {

@@ -28,10 +28,9 @@ private:
     std::string origin_;
 };
 
-// A TCP socket listening on (port 0: any free) or connected to host:port; -1.
-int tcp_socket(const char *host, int port, bool connect_it);
+// A TCP socket listening on (port 0: any free) or connected to 127.0.0.1:port; -1.
+int tcp_socket(int port, bool connect_it);
 int local_port(int fd);
-std::string random_bytes(size_t size, unsigned seed = 1);
 void set_mtime(const std::string &path, time_t mtime);
 }  // namespace peer
 

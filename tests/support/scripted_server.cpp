@@ -12,6 +12,9 @@
 
 #include <stdexcept>
 
+#include "fake_device.h"
+#include "loopback_peer.h"
+
 namespace scripted {
 
 namespace {
@@ -19,21 +22,7 @@ namespace {
 socklen_t addr_len(const sockaddr_storage &ss) { return ss.ss_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6); }
 
 sockaddr_storage loopback(Family family, uint16_t port) {
-    sockaddr_storage ss{};
-    auto *sin = reinterpret_cast<sockaddr_in *>(&ss);
-    auto *sin6 = reinterpret_cast<sockaddr_in6 *>(&ss);
-    ss.ss_family = family == Family::IPv4 ? AF_INET : AF_INET6;
-    sin->sin_port = htons(port);  // where sin6_port sits too
-    if (family == Family::IPv4) sin->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (family == Family::IPv6) sin6->sin6_addr = in6addr_loopback;
-    return ss;
-}
-
-uint16_t port_of(int fd) {
-    sockaddr_storage ss{};
-    socklen_t len = sizeof ss;
-    getsockname(fd, reinterpret_cast<sockaddr *>(&ss), &len);
-    return ntohs(reinterpret_cast<sockaddr_in *>(&ss)->sin_port);
+    return family == Family::IPv4 ? fake::ipv4("127.0.0.1", port) : fake::ipv6("::1", port);
 }
 
 // Content-Length of a request head, 0 when absent.
@@ -88,7 +77,7 @@ Server::Server(Family family) : family_(family) {
     sockaddr_storage ss = loopback(family, 0);
     if (pipe2(stop_pipe_, O_CLOEXEC) != 0 || listen_fd_ < 0 || bind(listen_fd_, reinterpret_cast<sockaddr *>(&ss), addr_len(ss)) != 0)
         throw std::runtime_error("scripted server");
-    port_ = port_of(listen_fd_);
+    port_ = static_cast<uint16_t>(peer::local_port(listen_fd_));
 }
 
 Server::~Server() {
@@ -145,7 +134,10 @@ int Server::accept_one() {
                                                  : &reinterpret_cast<sockaddr_in6 *>(&from)->sin6_addr;
     inet_ntop(from.ss_family, addr, text, sizeof text);
     std::lock_guard<std::mutex> lock(m_);
-    if (fd >= 0) received_.emplace_back(), peers_.emplace_back(text);
+    if (fd >= 0) {
+        received_.emplace_back();
+        peers_.emplace_back(text);
+    }
     return fd;
 }
 
@@ -175,7 +167,8 @@ void Server::run() {
         if (step.kind == Kind::WaitUntil) hold(step.ready);
         if (step.kind != Kind::WaitUntil && fd < 0 && !stopping) {
             stopping = (fd = accept_one()) < 0;
-            conn = connections() - 1, consumed = sent = 0;
+            conn = connections() - 1;
+            consumed = sent = 0;
         }
         if (stopping) break;
         if (step.kind == Kind::ReadRequest) {
@@ -221,7 +214,7 @@ uint16_t unused_port() {
         sockaddr_storage ss = loopback(Family::IPv4, 0);
         bind(holder, reinterpret_cast<sockaddr *>(&ss), sizeof(sockaddr_in));
     }
-    return port_of(holder);
+    return static_cast<uint16_t>(peer::local_port(holder));
 }
 
 }  // namespace scripted
