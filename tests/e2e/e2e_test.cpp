@@ -1,5 +1,5 @@
 // The library end to end, linked as a host program links it, against nginx
-// and Python's multipart parser (Soak and Threads: see tests/CMakeLists.txt).
+// and Python's multipart parser.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
@@ -25,14 +25,11 @@ class E2e : public testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(nginx_.listening() && sink_.listening());
-        param_.show_progress = 2;  // no terminal display
-        param_.max_redirect = 5;
     }
     void TearDown() override { EXPECT_EQ(files::open_fds(), fds_) << "a descriptor was left open"; }
 
     peer::Peer nginx_{peer::Kind::Nginx}, sink_{peer::Kind::Sink};
     TempDir dir_;
-    http_util_param param_{};
     const std::set<std::string> fds_ = files::open_fds();
 };
 
@@ -74,8 +71,7 @@ struct CuttingProxy {
             return true;
         };
         auto has_head = [](const std::string &s) { return s.find("\r\n\r\n") != s.npos; };
-        const int up = read_until(client, request, has_head)
-                           ? peer::tcp_socket(upstream_, true) : -1;
+        const int up = read_until(client, request, has_head) ? peer::tcp_socket(upstream_, true) : -1;
         bool ok = up >= 0 && send(up, request.data(), request.size(), MSG_NOSIGNAL) > 0 &&
                   read_until(up, reply, has_head);
         const size_t head = reply.find("\r\n\r\n") + 4, length = reply.find("Content-Length: ");
@@ -174,6 +170,9 @@ TEST_F(Threads, TransfersAtOnceWhileTheHostKeepsItsTimeLocale) {
         if (k == 7 || k == 8) peer::set_mtime(dir_.write(name, k == 7 ? data + "more" : data), date(f));
         if (k == 4 || k == 5) dir_.write(name, data);
     }
+    http_util_param param{};
+    param.show_progress = 2;  // no terminal display
+    param.max_redirect = 5;
     std::atomic<int> busy{3};
     std::vector<std::thread> threads;
     for (int t = 0; t < 3; ++t)
@@ -182,10 +181,10 @@ TEST_F(Threads, TransfersAtOnceWhileTheHostKeepsItsTimeLocale) {
                 const int k = f % 10;
                 const std::string name = std::to_string(f), local = dir_.file(name);
                 const std::string url = nginx_.url((k == 1 ? "/chunked/" : k == 9 ? "/301/" : "/") + name);
-                const std::string up = sink_.url("/");  // param_ is only read
-                EXPECT_EQ(k == 3   ? http_util_copy(url.c_str(), local.c_str(), &param_)
+                const std::string up = sink_.url("/");  // param is only read
+                EXPECT_EQ(k == 3   ? http_util_copy(url.c_str(), local.c_str(), &param)
                           : k == 4 ? http_upload_file(up.c_str(), local.c_str())
-                          : k == 5 ? http_util_copy(local.c_str(), up.c_str(), &param_)
+                          : k == 5 ? http_util_copy(local.c_str(), up.c_str(), &param)
                                    : http_download_file_ntry(url.c_str(), local.c_str(), 0),
                           HTTP_UTIL_OK) << f;
                 EXPECT_TRUE(files::read_file(local) == data) << f;  // uploads: as they were
