@@ -13,7 +13,6 @@
 #include <stdexcept>
 
 #include "fake_device.h"
-#include "loopback_peer.h"
 
 namespace scripted {
 
@@ -23,6 +22,13 @@ socklen_t addr_len(const sockaddr_storage &ss) { return ss.ss_family == AF_INET 
 
 sockaddr_storage loopback(Family family, uint16_t port) {
     return family == Family::IPv4 ? fake::ipv4("127.0.0.1", port) : fake::ipv6("::1", port);
+}
+
+uint16_t port_of(int fd) {
+    sockaddr_in a{};  // the port sits at the same place for both families
+    socklen_t len = sizeof a;
+    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
+    return ntohs(a.sin_port);
 }
 
 // Content-Length of a request head, 0 when absent.
@@ -53,21 +59,20 @@ int local_peer_of(int fd) {
     return found;
 }
 
-// True once the connected socket fd, this process's end of a loopback
-// connection, has received n bytes and holds none of them unread.
-bool taken_off(int fd, size_t n) {
+// True once client, this process's end of the loopback connection to server,
+// has received the n bytes server sent and holds none of them unread.
+bool taken_off(int client, int server, size_t n) {
     // Received first, queued second: bytes that arrive in between only make
     // the answer later, never wrong.
     tcp_info info{};
     socklen_t len = sizeof info;
-    int queued = 0, unacked = 0, peer;
-    if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &len) != 0 || ioctl(fd, FIONREAD, &queued) != 0) return false;
+    int queued = 0, unacked = 0;
+    if (getsockopt(client, IPPROTO_TCP, TCP_INFO, &info, &len) != 0 || ioctl(client, FIONREAD, &queued) != 0) return false;
     if (len >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received)
         return info.tcpi_bytes_received >= n && queued == 0;
     // qemu user emulation passes back only the first word of TCP_INFO. Then
     // "arrived" is told by the sending end: nothing it sent is unacknowledged.
-    // The caller checks after sending exactly n bytes, so that stands for n.
-    return (peer = local_peer_of(fd)) >= 0 && ioctl(peer, TIOCOUTQ, &unacked) == 0 && unacked == 0 && queued == 0;
+    return ioctl(server, TIOCOUTQ, &unacked) == 0 && unacked == 0 && queued == 0;
 }
 
 }  // namespace
@@ -77,7 +82,7 @@ Server::Server(Family family) : family_(family) {
     sockaddr_storage ss = loopback(family, 0);
     if (pipe2(stop_pipe_, O_CLOEXEC) != 0 || listen_fd_ < 0 || bind(listen_fd_, reinterpret_cast<sockaddr *>(&ss), addr_len(ss)) != 0)
         throw std::runtime_error("scripted server");
-    port_ = static_cast<uint16_t>(peer::local_port(listen_fd_));
+    port_ = port_of(listen_fd_);
 }
 
 Server::~Server() {
@@ -189,8 +194,8 @@ void Server::run() {
             sent += off;
         } else if (step.kind == Kind::Taken) {
             hold([&] {
-                int peer = local_peer_of(fd);
-                return peer < 0 || taken_off(peer, sent);
+                int client = local_peer_of(fd);
+                return client < 0 || taken_off(client, fd, sent);
             });
         } else if (step.kind == Kind::Close || step.kind == Kind::Reset) {
             linger lg = {1, 0};
@@ -214,7 +219,7 @@ uint16_t unused_port() {
         sockaddr_storage ss = loopback(Family::IPv4, 0);
         bind(holder, reinterpret_cast<sockaddr *>(&ss), sizeof(sockaddr_in));
     }
-    return static_cast<uint16_t>(peer::local_port(holder));
+    return port_of(holder);
 }
 
 }  // namespace scripted
