@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/tcp.h>
+#include <netdb.h>
 #include <poll.h>
 #include <string.h>
 #include <strings.h>
@@ -135,9 +136,7 @@ int Server::accept_one() {
     int fd = poll(p, 2, 60000) > 0 && !(p[1].revents & POLLIN)
                  ? accept4(listen_fd_, reinterpret_cast<sockaddr *>(&from), &len, SOCK_CLOEXEC) : -1;
     char text[INET6_ADDRSTRLEN] = "";
-    const void *addr = from.ss_family == AF_INET ? static_cast<void *>(&reinterpret_cast<sockaddr_in *>(&from)->sin_addr)
-                                                 : &reinterpret_cast<sockaddr_in6 *>(&from)->sin6_addr;
-    inet_ntop(from.ss_family, addr, text, sizeof text);
+    getnameinfo(reinterpret_cast<sockaddr *>(&from), len, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
     std::lock_guard<std::mutex> lock(m_);
     if (fd >= 0) {
         received_.emplace_back();
