@@ -13,26 +13,15 @@
 
 namespace {
 
-using files::pattern;
-using files::read_file;
-
-const std::string kOk = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
-
-http_util_param copy_param() {
-    http_util_param p{};
-    p.show_progress = 2;  // nothing on the terminal
-    return p;
-}
-
 // Power may fail at any moment: the data reaches storage before the rename
 // makes it the destination, and the folder's new entry after it.
 TEST(CopyFaults, DataIsSyncedBeforeTheRenameAndTheFolderAfterIt) {
     TempDir dir;
     const std::string dst = dir.file("dst.bin");
     scripted::Server srv;
-    srv.read_request().send(kOk);
+    srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
     srv.start();
-    http_util_param p = copy_param();
+    http_util_param p{};
     EXPECT_EQ(http_util_copy(srv.url("/a.bin").c_str(), dst.c_str(), &p), HTTP_UTIL_OK);
     std::string calls;
     for (const std::string &c : interpose::file_calls) calls += c + "\n";
@@ -58,7 +47,7 @@ TEST(AllocationSweep, EveryFailedAllocationGivesItsCodeAndLeavesNothing) {
     // A head longer than the head reader's first buffer, so that it grows.
     std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nLast-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\n";
     for (int i = 0; i < 30; ++i) head += "X-Pad: " + std::string(80, 'p') + "\r\n";
-    const std::string body = pattern(3000);
+    const std::string body = files::pattern(3000);
     for (const auto &t : transfers) {
         TempDir dir;
         const std::string dst = dir.file("dst.bin"), src = dir.file("src.bin");
@@ -75,7 +64,7 @@ TEST(AllocationSweep, EveryFailedAllocationGivesItsCodeAndLeavesNothing) {
                 srv.read_request().send(head + "\r\nok").close();
                 srv.start();
                 const std::string url = srv.url("/a.bin");
-                http_util_param p = copy_param();
+                http_util_param p{};
                 interpose::arm_allocation_failure(n);
                 rc = t.copy ? http_util_copy(t.download ? url.c_str() : src.c_str(), t.download ? dst.c_str() : url.c_str(), &p)
                      : t.download ? http_download_file_ntry(url.c_str(), dst.c_str(), 0)
@@ -88,13 +77,13 @@ TEST(AllocationSweep, EveryFailedAllocationGivesItsCodeAndLeavesNothing) {
             if (count < n) {  // nothing failed: the whole transfer
                 EXPECT_EQ(rc, HTTP_UTIL_OK);
                 EXPECT_EQ(static_cast<size_t>(n - 1), t.codes.size()) << "allocations in all";
-                EXPECT_TRUE(t.download ? read_file(dst) == "ok" : request.find(body) != std::string::npos);
+                EXPECT_TRUE(t.download ? files::read_file(dst) == "ok" : request.find(body) != std::string::npos);
                 EXPECT_EQ(dir.entries(), kept);
                 break;
             }
             ASSERT_LE(static_cast<size_t>(n), t.codes.size()) << "an allocation more than listed";
             EXPECT_EQ(rc, t.codes[static_cast<size_t>(n) - 1]);
-            EXPECT_EQ(read_file(dst), t.download && t.copy ? "old" : "") << "the destination changed";
+            EXPECT_EQ(files::read_file(dst), t.download && t.copy ? "old" : "") << "the destination changed";
             EXPECT_TRUE(dir.entries() == kept || (t.download && !t.copy && dir.entries().empty())) << "a temporary file";
         }
     }

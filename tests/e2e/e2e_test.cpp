@@ -1,11 +1,17 @@
 // The library end to end, linked as a host program links it, against nginx
-// and Python's multipart parser (Soak and Threads: see tests/CMakeLists.txt).
+// and Python's multipart parser.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 #include <thread>
@@ -14,24 +20,107 @@
 #include "foreign_locale.h"
 #include "http_util.h"
 #include "http_util_host.h"
-#include "loopback_peer.h"
+#include "temp_dir.h"
 
 namespace {
 
 constexpr time_t kMtime = 1600000000;
 
+// A TCP socket listening on (port 0: any free) or connected to 127.0.0.1:port; -1.
+int tcp_socket(int port, bool connect_it) {
+    sockaddr_in a = {};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(static_cast<uint16_t>(port));
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const auto *sa = reinterpret_cast<const sockaddr *>(&a);
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && (connect_it ? connect(fd, sa, sizeof a) : bind(fd, sa, sizeof a) || listen(fd, 8)) != 0) {
+        close(fd);
+        fd = -1;
+    }
+    return fd;
+}
+
+int local_port(int fd) {
+    sockaddr_in a = {};
+    socklen_t len = sizeof a;
+    return getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len) == 0 ? ntohs(a.sin_port) : 0;
+}
+
+void set_mtime(const std::string &path, time_t t) {
+    const timespec times[2] = {{0, UTIME_NOW}, {t, 0}};
+    utimensat(AT_FDCWD, path.c_str(), times, 0);
+}
+
+// Relative paths are under the peer's directory (nginx -p). /301/NAME goes
+// through 302, 303 (a relative Location) and 307 to /NAME.
+constexpr char kNginxConf[] = R"(daemon off; master_process off; pid pid;
+events {} http { access_log off; default_type application/octet-stream;
+client_body_temp_path t; proxy_temp_path t; fastcgi_temp_path t; uwsgi_temp_path t;
+scgi_temp_path t;
+server { listen 127.0.0.1:%d; root www;
+location /chunked/ { alias www/; ssi on; ssi_types *; ssi_last_modified on; }
+location /nolm/ { alias www/; add_header Last-Modified ""; etag off; if_modified_since off; }
+location /norange/ { alias www/; max_ranges 0; }
+location ~ ^/301/(.*) { return 301 /302/$1; } location ~ ^/302/(.*) { return 302 /303/$1; }
+location ~ ^/303/(.*) { absolute_redirect off; return 303 /307/$1; }
+location ~ ^/307/(.*) { return 307 /$1; } } })";
+
+// A real peer, nginx or the multipart sink, as a child process on a loopback
+// port with a private directory, both gone with it.
+class Peer {
+public:
+    explicit Peer(bool nginx) {
+        const int fd = tcp_socket(0, false);
+        port_ = local_port(fd);
+        close(fd);
+        const std::string port = std::to_string(port_);
+        mkdir(dir_.file("www").c_str(), 0755);
+        char conf[sizeof kNginxConf + 8];
+        snprintf(conf, sizeof conf, kNginxConf, port_);
+        dir_.write("nginx.conf", conf);
+        const char *nginx_argv[] = {"/usr/sbin/nginx", "-p", dir_.path().c_str(), "-c", "nginx.conf",
+                                    "-e", "error.log", nullptr};
+        const char *sink_argv[] = {"/usr/bin/python3", HTTP_UTIL_SINK, "127.0.0.1", port.c_str(), nullptr};
+        const char *const *argv = nginx ? nginx_argv : sink_argv;
+        pid_ = fork();
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);  // a crashed test leaves no peer behind
+            execv(argv[0], const_cast<char *const *>(argv));
+            _exit(127);
+        }
+        // Neither peer tells when it listens; a refused connect comes at once.
+        for (int tries = 0; pid_ > 0 && tries < 1000; ++tries) {
+            const int c = tcp_socket(port_, true);
+            if (c >= 0 && close(c) == 0) return;
+            if (waitpid(pid_, nullptr, WNOHANG) != 0) pid_ = -1;
+            poll(nullptr, 0, 10);
+        }
+        stop();
+    }
+    ~Peer() { stop(); }
+    bool listening() const { return pid_ > 0; }
+    int port() const { return port_; }
+    std::string url(const std::string &path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
+    void put(const std::string &name, const std::string &bytes, time_t t) const { set_mtime(dir_.write("www/" + name, bytes), t); }
+
+private:
+    void stop() {
+        if (pid_ > 0 && kill(pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+    TempDir dir_;
+    pid_t pid_ = -1;
+    int port_ = 0;
+};
+
 class E2e : public testing::Test {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(nginx_.listening() && sink_.listening());
-        param_.show_progress = 2;  // no terminal display
-        param_.max_redirect = 5;
-    }
+    void SetUp() override { ASSERT_TRUE(nginx_.listening() && sink_.listening()); }
     void TearDown() override { EXPECT_EQ(files::open_fds(), fds_) << "a descriptor was left open"; }
 
-    peer::Peer nginx_{peer::Kind::Nginx}, sink_{peer::Kind::Sink};
+    Peer nginx_{true}, sink_{false};
     TempDir dir_;
-    http_util_param param_{};
     const std::set<std::string> fds_ = files::open_fds();
 };
 
@@ -57,7 +146,7 @@ struct CuttingProxy {
         close(listen_);
     }
     std::string url(const std::string &path) const {
-        return "http://127.0.0.1:" + std::to_string(peer::local_port(listen_)) + path;
+        return "http://127.0.0.1:" + std::to_string(local_port(listen_)) + path;
     }
     void finish() {
         shutdown(listen_, SHUT_RDWR);  // ends the accept
@@ -73,8 +162,7 @@ struct CuttingProxy {
             return true;
         };
         auto has_head = [](const std::string &s) { return s.find("\r\n\r\n") != s.npos; };
-        const int up = read_until(client, request, has_head)
-                           ? peer::tcp_socket("127.0.0.1", upstream_, true) : -1;
+        const int up = read_until(client, request, has_head) ? tcp_socket(upstream_, true) : -1;
         bool ok = up >= 0 && send(up, request.data(), request.size(), MSG_NOSIGNAL) > 0 &&
                   read_until(up, reply, has_head);
         const size_t head = reply.find("\r\n\r\n") + 4, length = reply.find("Content-Length: ");
@@ -112,7 +200,7 @@ struct CuttingProxy {
 
     const int upstream_;
     std::mt19937_64 random_;
-    const int listen_ = peer::tcp_socket("127.0.0.1", 0, false);
+    const int listen_ = tcp_socket(0, false);
     int cuts = 0;
     std::thread thread_{[this] {
         for (int c; (c = accept4(listen_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) relay(c);
@@ -127,7 +215,8 @@ TEST_F(Soak, DownloadsThroughCutsEndWhole) {
     const char *replay = getenv("HTTP_UTIL_SOAK_SEED");
     const uint64_t seed = replay ? strtoull(replay, nullptr, 0) : std::random_device()();
     SCOPED_TRACE("replay with HTTP_UTIL_SOAK_SEED=" + std::to_string(seed));
-    const std::string data = peer::random_bytes(200000);
+    std::string data(200000, '\0');
+    std::generate(data.begin(), data.end(), std::mt19937(static_cast<unsigned>(seed)));
     nginx_.put("f", data, kMtime);
     g_http_opt.wait = 0;  // no pause between attempts
     const std::string dst = dir_.file("dl");
@@ -163,15 +252,18 @@ TEST_F(Threads, TransfersAtOnceWhileTheHostKeepsItsTimeLocale) {
     // four redirections), 3 a copy down, and uploads (5 by a copy) that the sink checks.
     constexpr int kFiles = 120;
     auto date = [](int f) { return kMtime + f * 900000L; };
-    const std::string data = peer::random_bytes(20000);
+    const std::string data = files::pattern(20000);
     for (int f = 0; f < kFiles; ++f) {
         const std::string name = std::to_string(f);
         const int k = f % 10;
         nginx_.put(name, data, date(f));
-        if (k == 2 || k == 6) peer::set_mtime(dir_.write(name, k == 2 ? data.substr(0, 9999) : peer::random_bytes(9999, 2)), date(f) - (k == 6));
-        if (k == 7 || k == 8) peer::set_mtime(dir_.write(name, k == 7 ? data + "more" : data), date(f));
+        if (k == 2 || k == 6) set_mtime(dir_.write(name, k == 2 ? data.substr(0, 9999) : files::pattern(9999, 1)), date(f) - (k == 6));
+        if (k == 7 || k == 8) set_mtime(dir_.write(name, k == 7 ? data + "more" : data), date(f));
         if (k == 4 || k == 5) dir_.write(name, data);
     }
+    http_util_param param{};
+    param.show_progress = 2;  // no terminal display
+    param.max_redirect = 5;
     std::atomic<int> busy{3};
     std::vector<std::thread> threads;
     for (int t = 0; t < 3; ++t)
@@ -180,10 +272,10 @@ TEST_F(Threads, TransfersAtOnceWhileTheHostKeepsItsTimeLocale) {
                 const int k = f % 10;
                 const std::string name = std::to_string(f), local = dir_.file(name);
                 const std::string url = nginx_.url((k == 1 ? "/chunked/" : k == 9 ? "/301/" : "/") + name);
-                const std::string up = sink_.url("/");  // param_ is only read
-                EXPECT_EQ(k == 3   ? http_util_copy(url.c_str(), local.c_str(), &param_)
+                const std::string up = sink_.url("/");  // param is only read
+                EXPECT_EQ(k == 3   ? http_util_copy(url.c_str(), local.c_str(), &param)
                           : k == 4 ? http_upload_file(up.c_str(), local.c_str())
-                          : k == 5 ? http_util_copy(local.c_str(), up.c_str(), &param_)
+                          : k == 5 ? http_util_copy(local.c_str(), up.c_str(), &param)
                                    : http_download_file_ntry(url.c_str(), local.c_str(), 0),
                           HTTP_UTIL_OK) << f;
                 EXPECT_TRUE(files::read_file(local) == data) << f;  // uploads: as they were

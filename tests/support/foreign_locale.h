@@ -1,5 +1,5 @@
-// A non-English LC_TIME (German) for the host side of a test, compiled by
-// the build into its own tree: no system locale is needed or changed.
+// A German LC_TIME for the host side of a test, compiled by the build into
+// its own tree: no system locale is needed or changed.
 #ifndef HTTP_UTIL_TESTS_FOREIGN_LOCALE_H
 #define HTTP_UTIL_TESTS_FOREIGN_LOCALE_H
 

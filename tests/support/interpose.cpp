@@ -53,15 +53,18 @@ std::vector<SockoptCall> sockopt_calls() {
 }
 
 void reset() {
-    fail_open_path.clear(), fail_unlink_path.clear(), taken_prefix.clear();
+    fail_open_path = fail_unlink_path = taken_prefix = "";
     fail_bind_errno = fail_fsync_errno = 0;
     watch_write_fd = -1;
     fail_calloc_bytes = 0;
-    writes.clear(), file_calls.clear(), pauses.clear();
+    writes = {};
+    file_calls = {};
+    pauses = {};
     force_waiting_path = skip_pauses = false;
     fake_monotonic.reset();
     std::lock_guard<std::mutex> lock(sockopt_mutex);
-    sockopt_log.clear(), sockopt_pretend_ok.clear();
+    sockopt_log = {};
+    sockopt_pretend_ok = {};
 }
 
 }  // namespace interpose
@@ -79,35 +82,21 @@ FILE *__real_fopen64(const char *path, const char *mode);
 // The C library's own definition of fn, called with the arguments.
 #define REAL(fn) reinterpret_cast<decltype(&fn)>(dlsym(RTLD_NEXT, #fn))
 
-namespace {
-int open_as(const char *name, const char *path, int flags, va_list ap) {
-    mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? static_cast<mode_t>(va_arg(ap, int)) : 0;
+extern "C" {
+
+// With 64-bit file offsets on a 32-bit target (the ARM build), <fcntl.h>
+// names open as open64: then this definition is open64, as is the one it calls.
+int open(const char *path, int flags, ...) {
+    va_list ap;
+    va_start(ap, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? static_cast<mode_t>(va_arg(ap, int)) : 0;
+    va_end(ap);
+    const char *real = sizeof(off_t) == 8 && sizeof(long) == 4 ? "open64" : "open";
     if (fail_open_path.empty() || fail_open_path != path)
-        return reinterpret_cast<int (*)(const char *, int, ...)>(dlsym(RTLD_NEXT, name))(path, flags, mode);
+        return reinterpret_cast<int (*)(const char *, int, ...)>(dlsym(RTLD_NEXT, real))(path, flags, mode);
     errno = ENOENT;
     return -1;
 }
-}  // namespace
-
-// With 64-bit file offsets on a 32-bit target (the ARM build), <fcntl.h>
-// names open as open64 already: then this one definition is open64.
-#define OPEN(fn, real_name)                        \
-    int fn(const char *path, int flags, ...) {     \
-        va_list ap;                                \
-        va_start(ap, flags);                       \
-        int fd = open_as(real_name, path, flags, ap); \
-        va_end(ap);                                \
-        return fd;                                 \
-    }
-
-extern "C" {
-
-#if defined(__USE_FILE_OFFSET64) && __SIZEOF_LONG__ == 4
-OPEN(open, "open64")
-#else
-OPEN(open, "open")
-OPEN(open64, "open64")
-#endif
 
 // Linked with --wrap: the test binaries' own calls come here, the C
 // library's internal ones (dlsym among them) do not.

@@ -1,8 +1,7 @@
 #!/usr/bin/env python3
-"""Upload sink for end-to-end tests: multipart_sink.py HOST PORT. Answers a
-POST 200 only when Host names it and the body, parsed by the email package,
-is one clean part, field file1, whose filename names a local file with the
-same bytes; else 400 with the reason, also on standard error."""
+"""multipart_sink.py HOST PORT: answers a POST 200 only when Host names it and
+the body is one clean part, field file1, whose filename names a local file
+with the same bytes; else 400 with the reason."""
 import email.parser
 import email.policy
 import http.server

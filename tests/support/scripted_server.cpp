@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/tcp.h>
+#include <netdb.h>
 #include <poll.h>
 #include <string.h>
 #include <strings.h>
@@ -12,6 +13,8 @@
 
 #include <stdexcept>
 
+#include "fake_device.h"
+
 namespace scripted {
 
 namespace {
@@ -19,21 +22,14 @@ namespace {
 socklen_t addr_len(const sockaddr_storage &ss) { return ss.ss_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6); }
 
 sockaddr_storage loopback(Family family, uint16_t port) {
-    sockaddr_storage ss{};
-    auto *sin = reinterpret_cast<sockaddr_in *>(&ss);
-    auto *sin6 = reinterpret_cast<sockaddr_in6 *>(&ss);
-    ss.ss_family = family == Family::IPv4 ? AF_INET : AF_INET6;
-    sin->sin_port = htons(port);  // where sin6_port sits too
-    if (family == Family::IPv4) sin->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (family == Family::IPv6) sin6->sin6_addr = in6addr_loopback;
-    return ss;
+    return family == Family::IPv4 ? fake::ipv4("127.0.0.1", port) : fake::ipv6("::1", port);
 }
 
 uint16_t port_of(int fd) {
-    sockaddr_storage ss{};
-    socklen_t len = sizeof ss;
-    getsockname(fd, reinterpret_cast<sockaddr *>(&ss), &len);
-    return ntohs(reinterpret_cast<sockaddr_in *>(&ss)->sin_port);
+    sockaddr_in a{};  // the port sits at the same place for both families
+    socklen_t len = sizeof a;
+    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
+    return ntohs(a.sin_port);
 }
 
 // Content-Length of a request head, 0 when absent.
@@ -64,21 +60,20 @@ int local_peer_of(int fd) {
     return found;
 }
 
-// True once the connected socket fd, this process's end of a loopback
-// connection, has received n bytes and holds none of them unread.
-bool taken_off(int fd, size_t n) {
+// True once client, this process's end of the loopback connection to server,
+// has received the n bytes server sent and holds none of them unread.
+bool taken_off(int client, int server, size_t n) {
     // Received first, queued second: bytes that arrive in between only make
     // the answer later, never wrong.
     tcp_info info{};
     socklen_t len = sizeof info;
-    int queued = 0, unacked = 0, peer;
-    if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &len) != 0 || ioctl(fd, FIONREAD, &queued) != 0) return false;
+    int queued = 0, unacked = 0;
+    if (getsockopt(client, IPPROTO_TCP, TCP_INFO, &info, &len) != 0 || ioctl(client, FIONREAD, &queued) != 0) return false;
     if (len >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received)
         return info.tcpi_bytes_received >= n && queued == 0;
     // qemu user emulation passes back only the first word of TCP_INFO. Then
     // "arrived" is told by the sending end: nothing it sent is unacknowledged.
-    // The caller checks after sending exactly n bytes, so that stands for n.
-    return (peer = local_peer_of(fd)) >= 0 && ioctl(peer, TIOCOUTQ, &unacked) == 0 && unacked == 0 && queued == 0;
+    return ioctl(server, TIOCOUTQ, &unacked) == 0 && unacked == 0 && queued == 0;
 }
 
 }  // namespace
@@ -141,11 +136,12 @@ int Server::accept_one() {
     int fd = poll(p, 2, 60000) > 0 && !(p[1].revents & POLLIN)
                  ? accept4(listen_fd_, reinterpret_cast<sockaddr *>(&from), &len, SOCK_CLOEXEC) : -1;
     char text[INET6_ADDRSTRLEN] = "";
-    const void *addr = from.ss_family == AF_INET ? static_cast<void *>(&reinterpret_cast<sockaddr_in *>(&from)->sin_addr)
-                                                 : &reinterpret_cast<sockaddr_in6 *>(&from)->sin6_addr;
-    inet_ntop(from.ss_family, addr, text, sizeof text);
+    getnameinfo(reinterpret_cast<sockaddr *>(&from), len, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
     std::lock_guard<std::mutex> lock(m_);
-    if (fd >= 0) received_.emplace_back(), peers_.emplace_back(text);
+    if (fd >= 0) {
+        received_.emplace_back();
+        peers_.emplace_back(text);
+    }
     return fd;
 }
 
@@ -175,7 +171,8 @@ void Server::run() {
         if (step.kind == Kind::WaitUntil) hold(step.ready);
         if (step.kind != Kind::WaitUntil && fd < 0 && !stopping) {
             stopping = (fd = accept_one()) < 0;
-            conn = connections() - 1, consumed = sent = 0;
+            conn = connections() - 1;
+            consumed = sent = 0;
         }
         if (stopping) break;
         if (step.kind == Kind::ReadRequest) {
@@ -196,8 +193,8 @@ void Server::run() {
             sent += off;
         } else if (step.kind == Kind::Taken) {
             hold([&] {
-                int peer = local_peer_of(fd);
-                return peer < 0 || taken_off(peer, sent);
+                int client = local_peer_of(fd);
+                return client < 0 || taken_off(client, fd, sent);
             });
         } else if (step.kind == Kind::Close || step.kind == Kind::Reset) {
             linger lg = {1, 0};

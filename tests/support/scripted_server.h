@@ -1,11 +1,6 @@
-// A loopback HTTP peer that plays a script and records what it receives:
-//     scripted::Server srv;
-//     srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nhi").close();
-//     srv.start();  ... the library talks to srv.url("/a.bin") ...
-//     srv.wait();   EXPECT_EQ(srv.request(), "GET /a.bin HTTP/1.1\r\n...");
-// Steps run in order on one connection, next_connection() moves on to the
-// next; the connection is closed when the script ends. Waits inside steps
-// end when the server is destroyed, so a stalled script holds nothing up.
+// A loopback HTTP peer that plays a script of steps, in order, and records
+// what it receives. next_connection() moves on to the next connection. Waits
+// inside steps end when the server is destroyed.
 #ifndef HTTP_UTIL_TESTS_SCRIPTED_SERVER_H
 #define HTTP_UTIL_TESTS_SCRIPTED_SERVER_H
 
@@ -26,8 +21,6 @@ class Server {
 public:
     explicit Server(Family family = Family::IPv4);
     ~Server();
-    Server(const Server &) = delete;
-    Server &operator=(const Server &) = delete;
 
     uint16_t port() const { return port_; }
     std::string url(const std::string &path = "/") const;  // http://host:port/path
@@ -38,8 +31,8 @@ public:
     Server &read_until_close() { return add(Kind::ReadUntilClose); }
     Server &send(const std::string &bytes) { return add(Kind::Send, bytes); }
     Server &wait_until(std::function<bool()> ready) { return add(Kind::WaitUntil, "", std::move(ready)); }
-    // Holds the script until the client end (a socket of this process) has
-    // taken every byte sent so far, or is closed: the next send is seen alone.
+    // Holds until the client end (a socket of this process) has taken every
+    // byte sent so far, or is closed: the next send is seen alone.
     Server &taken() { return add(Kind::Taken); }
     Server &close() { return add(Kind::Close); }
     Server &reset() { return add(Kind::Reset); }  // a close with a TCP reset

@@ -1,5 +1,5 @@
-// A scratch directory removed with everything in it when the owner goes,
-// and the file helpers that the suites share.
+// The file helpers that the suites share, and a scratch directory removed
+// with everything in it when the owner goes.
 #ifndef HTTP_UTIL_TESTS_TEMP_DIR_H
 #define HTTP_UTIL_TESTS_TEMP_DIR_H
 

@@ -1,7 +1,6 @@
-// Test main shared by the suites: every test starts with fresh fakes, no
-// injected fault, the library's options as they were at process start, and
-// the fake log category in place (as if http_util_init had run), so that
-// log records are seen whichever test first ran an entry point.
+// Every test starts with fresh fakes, no injected fault, the library's options
+// as at process start, and the fake log category in place (as if
+// http_util_init had run), whichever test first ran an entry point.
 #include <gtest/gtest.h>
 
 #include "fake_device.h"

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <regex>
@@ -18,7 +17,6 @@
 namespace {
 
 using scripted::Family;
-const std::string kOk = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
 
 class Upload : public testing::Test {
 protected:
@@ -66,7 +64,7 @@ TEST_F(Upload, RequestBytes) {
         SCOPED_TRACE(r.name);
         const std::string file = dir_.write(r.file, r.data);
         scripted::Server srv(r.family);
-        srv.read_request().send(kOk).close();
+        srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok").close();
         srv.start();
         EXPECT_EQ(http_post_loop(record(srv, r.path, r.port, r.multipart), file.c_str(), nullptr), 0);
         ASSERT_TRUE(srv.wait());
