@@ -37,9 +37,8 @@ const Call kCalls[] = {
     {"http_mngt_download_file_ntry", [](http_progress *, const char *u, const char *f, int n, const void *) { return http_mngt_download_file_ntry(u, f, n); }, false, true, false, false, true},
 };
 
-struct Tlv {  // binds the socket to 127.0.0.2
-    uint32_t type = HTTP_UTIL_TLV_SRC_IP, len = 4, addr = htonl(0x7f000002), end = HTTP_UTIL_TLV_END, end_len = 0;
-};
+// Binds the socket to 127.0.0.2: a later element overrides an earlier one.
+const uint32_t kTlv[] = {HTTP_UTIL_TLV_SRC_IP, 4, htonl(0x7f000003), HTTP_UTIL_TLV_SRC_IP, 4, htonl(0x7f000002), HTTP_UTIL_TLV_END, 0};
 const uint32_t kBadTlv[] = {2, 4, 0, 0, 0};  // no such type
 
 // Pauses are recorded, not waited for: the attempts are counted by the pauses between them, which wait
@@ -52,11 +51,13 @@ TEST(EntryOptionalServices, EveryCallDownloadsAndRetriesWithItsOwnInputs) {
     TempDir dir;
     const std::string file = dir.file("b.bin");
     const std::string refused = "http://127.0.0.1:" + std::to_string(scripted::unused_port()) + "/b";
-    Tlv good;
+    unsigned char bytes[1 + sizeof kTlv];  // host programs build blocks byte by byte, not always aligned
+    memcpy(bytes + 1, kTlv, sizeof kTlv);
+    const void *const good = bytes + 1;
     for (const Call &c : kCalls) {
         const bool unusable = c.mgmt && !c.byname;
-        for (const void *tlv : {static_cast<const void *>(&good), static_cast<const void *>(kBadTlv), static_cast<const void *>(nullptr)}) {
-            if (!c.tlv && tlv != &good) continue;
+        for (const void *tlv : {good, static_cast<const void *>(kBadTlv), static_cast<const void *>(nullptr)}) {
+            if (!c.tlv && tlv != good) continue;
             SCOPED_TRACE(std::string(c.name) + (tlv == kBadTlv ? ", bad block" : tlv ? "" : ", no block"));
             d.vrf_name_calls.clear();
             d.if_index_calls.clear();
@@ -91,7 +92,7 @@ TEST(EntryOptionalServices, EveryCallDownloadsAndRetriesWithItsOwnInputs) {
             http_set_options(&opt);
             interpose::pauses.clear();
             d.logs.clear();
-            EXPECT_EQ(c.run(nullptr, refused.c_str(), file.c_str(), 2, &good), HTTP_UTIL_ERR_CONNECT);
+            EXPECT_EQ(c.run(nullptr, refused.c_str(), file.c_str(), 2, good), HTTP_UTIL_ERR_CONNECT);
             EXPECT_TRUE(fake::logged("Giving up."));
             ASSERT_EQ(interpose::pauses.size(), o[1] == 0 ? 0u : c.takes_ntry ? 2u : static_cast<size_t>(o[0]));
             for (const timeval &t : interpose::pauses) {
