@@ -38,32 +38,26 @@ std::string through_socket(const std::string &in, Read read) {
     return rest;
 }
 
-// A body reader must write body to a stream (but its first skip bytes), give rc and stop at end
-// (unless malformed), with a progress record or, mode & 1, without.
-template <typename Reader>
-void check_body(uint32_t mode, uint32_t skip, const std::string &in, const std::string &body, int rc, size_t end,
-                Reader read) {
-    http_progress progress = {};
-    http_progress_ref ref = {&progress, 0, nullptr, -1};
-    char *buf = nullptr;
-    size_t len = 0;
-    FILE *out = open_memstream(&buf, &len);
-    int got = -1;
-    const std::string rest = through_socket(in, [&](int fd) { got = read(fd, out, mode & 1 ? nullptr : &ref, skip); });
-    FUZZ_CHECK(fclose(out) == 0 && got == rc && (rc == HTTP_UTIL_ERR_RSP_FORMAT || rest == in.substr(end)));
-    FUZZ_CHECK(std::string(buf, len) == body.substr(std::min<size_t>(skip, body.size())));
-    FUZZ_CHECK((mode & 1) || progress.done == body.size());
-    free(buf);
-}
-
-// Exactly toread bytes, or all up to the close for -1.
+// Exactly toread bytes, or all up to the close for -1, written but the first skip of them, with a
+// progress record or, mode & 1, without.
 void body_identity(const uint8_t *data, size_t size) {
     const uint32_t mode = take(data, size, 1), skip = take(data, size, 2);
     const auto toread = static_cast<int32_t>(static_cast<int16_t>(take(data, size, 2)));  // -1, 0, in, beyond
     const std::string in(reinterpret_cast<const char *>(data), size);
     const size_t end = toread >= 0 && size_t(toread) <= size ? size_t(toread) : size;
-    check_body(mode, skip, in, in.substr(0, end), toread != -1 && end != size_t(toread) ? HTTP_UTIL_ERR_RECV_DATA : 0, end,
-               [&](int fd, FILE *o, http_progress_ref *r, uint32_t s) { return http_fd_read_body(0, fd, o, r, toread, s); });
+    http_progress progress = {};
+    http_progress_ref ref = {&progress, 0, nullptr, -1};
+    char *buf = nullptr;
+    size_t len = 0;
+    FILE *out = open_memstream(&buf, &len);
+    int rc = -1;
+    const std::string rest =
+        through_socket(in, [&](int fd) { rc = http_fd_read_body(0, fd, out, mode & 1 ? nullptr : &ref, toread, skip); });
+    FUZZ_CHECK(fclose(out) == 0 && rc == (toread != -1 && end != size_t(toread) ? HTTP_UTIL_ERR_RECV_DATA : 0));
+    const size_t from = std::min<size_t>(skip, end);
+    FUZZ_CHECK(rest == in.substr(end) && std::string(buf, len) == in.substr(from, end - from));
+    FUZZ_CHECK((mode & 1) || progress.done == end);
+    free(buf);
 }
 
 // A chunked body is read up to the end of its zero chunk's line (the last one taken holds its 0), not a byte more.
@@ -107,9 +101,6 @@ void head_parser(const uint8_t *data, size_t size) {
         ref.start = pass == 0 ? 0 : pass == 1 ? rsp.range_start : rsp.file_len;
         const int rc = http_parse_http_response_head(util, &ref, t), s = rsp.status;
         FUZZ_CHECK(rc || (s / 100 == 2 && (rsp.range_start == 0 ? s != 206 : rsp.range_start == ref.start)));
-        FUZZ_CHECK(rc != HTTP_UTIL_ERR_REDIRECT || s == 300 || s == 301 || s == 302 || s == 303 || s == 307);
-        FUZZ_CHECK((rc != HTTP_UTIL_ERR_FORBIDDEN || s == 403) && (rc != HTTP_UTIL_ERR_NOT_FOUND || s == 404));
-        FUZZ_CHECK((rc != HTTP_UTIL_ERR_UNAUTHORIZED || s == 401) && (rc != HTTP_UTIL_ERR_RANGE || s == 416));
         // A 416 to a range asked from the end of the file, or from beyond it.
         FUZZ_CHECK(rc != HTTP_UTIL_ALREADY_DONE || (s == 416 && ref.start > 0 && rsp.file_len == ref.start));
         FUZZ_CHECK(rc != HTTP_UTIL_NEED_RETRY || (s == 416 && rsp.file_len >= 0 && rsp.file_len < ref.start));

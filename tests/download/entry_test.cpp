@@ -3,13 +3,11 @@
 // services the management VRF cannot be used.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-
 #include <array>
 #include <climits>
 #include <functional>
 #include <string>
 #include <vector>
-
 #include "fake_device.h"
 #include "http_util.h"
 #include "interpose.h"
@@ -39,37 +37,36 @@ const Call kCalls[] = {
     {"http_mngt_download_file_ntry", [](http_progress *, const char *u, const char *f, int n, const void *) { return http_mngt_download_file_ntry(u, f, n); }, false, true, false, false, true},
 };
 
-struct Tlv {  // binds the socket to 127.0.0.2
-    uint32_t type = HTTP_UTIL_TLV_SRC_IP, len = 4, addr = htonl(0x7f000002), end = HTTP_UTIL_TLV_END, end_len = 0;
-};
+// Binds the socket to 127.0.0.2: a later element overrides an earlier one.
+const uint32_t kTlv[] = {HTTP_UTIL_TLV_SRC_IP, 4, htonl(0x7f000003), HTTP_UTIL_TLV_SRC_IP, 4, htonl(0x7f000002), HTTP_UTIL_TLV_END, 0};
 const uint32_t kBadTlv[] = {2, 4, 0, 0, 0};  // no such type
 
-class EntryOptionalServices : public testing::Test {
-protected:
-    void SetUp() override {
-        interpose::skip_pauses = true;
-        fake::device().ifindex[kIfName15] = 7;
-        fake::device().if_vrf[7] = 0;
-    }
+// Pauses are recorded, not waited for: the attempts are counted by the pauses between them, which wait
+// the option's time, only the first of them random.
+TEST(EntryOptionalServices, EveryCallDownloadsAndRetriesWithItsOwnInputs) {
+    auto &d = fake::device();
+    interpose::skip_pauses = true;
+    d.ifindex[kIfName15] = 7;
+    d.if_vrf[7] = 0;
     TempDir dir;
-    std::string file = dir.file("b.bin");
-};
-
-TEST_F(EntryOptionalServices, EveryCallDownloadsWithItsOwnInputs) {
-    Tlv good;
-    for (const Call &c : kCalls)
-        for (const void *tlv : {static_cast<const void *>(&good), static_cast<const void *>(kBadTlv), static_cast<const void *>(nullptr)}) {
-            if (!c.tlv && tlv != &good) continue;
+    const std::string file = dir.file("b.bin");
+    const std::string refused = "http://127.0.0.1:" + std::to_string(scripted::unused_port()) + "/b";
+    unsigned char bytes[1 + sizeof kTlv];  // host programs build blocks byte by byte, not always aligned
+    memcpy(bytes + 1, kTlv, sizeof kTlv);
+    const void *const good = bytes + 1;
+    for (const Call &c : kCalls) {
+        const bool unusable = c.mgmt && !c.byname;
+        for (const void *tlv : {good, static_cast<const void *>(kBadTlv), static_cast<const void *>(nullptr)}) {
+            if (!c.tlv && tlv != good) continue;
             SCOPED_TRACE(std::string(c.name) + (tlv == kBadTlv ? ", bad block" : tlv ? "" : ", no block"));
-            fake::device().vrf_name_calls.clear();
-            fake::device().if_index_calls.clear();
+            d.vrf_name_calls.clear();
+            d.if_index_calls.clear();
             unlink(file.c_str());
             scripted::Server srv;
             srv.read_request().send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello");
             srv.start();
             http_progress progress{};
             const int rc = c.run(&progress, srv.url("/b.bin").c_str(), file.c_str(), 0, tlv);
-            const bool unusable = c.mgmt && !c.byname;
 #ifndef FAKE_OPTIONAL_SERVICES
             if (unusable) {
                 EXPECT_EQ(rc, HTTP_UTIL_ERR_CONNECT);
@@ -82,25 +79,20 @@ TEST_F(EntryOptionalServices, EveryCallDownloadsWithItsOwnInputs) {
             if (tlv == kBadTlv) continue;
             EXPECT_EQ(srv.peer(), c.tlv && tlv ? "127.0.0.2" : "127.0.0.1");
             EXPECT_EQ(progress.total, c.progress ? 5u : 0u) << "progress record passed on";
-            EXPECT_EQ(fake::device().vrf_name_calls, std::vector<std::string>(unusable, "___Mgmt_oob"));
-            EXPECT_EQ(fake::device().if_index_calls, std::vector<std::string>(c.byname, kIfName15));
+            EXPECT_EQ(d.vrf_name_calls, std::vector<std::string>(unusable, "___Mgmt_oob"));
+            EXPECT_EQ(d.if_index_calls, std::vector<std::string>(c.byname, kIfName15));
         }
-}
-
-// Attempts counted by the pauses between them, which wait the option's time,
-// only the first of them random. Pauses are recorded, not waited for.
-TEST_F(EntryOptionalServices, RetriesComeFromTheArgumentOrTheOptionAtCallTimeAndPause) {
-    const std::string url = "http://127.0.0.1:" + std::to_string(scripted::unused_port()) + "/b";
-    fake::device().now = static_cast<time_t>(LLONG_MAX);  // a clock with no calendar time: only the log lacks it
-    Tlv tlv;
-    for (const Call &c : kCalls)
+        d.now = static_cast<time_t>(LLONG_MAX);  // a clock with no calendar time: only the log lacks it
         for (const auto &o : {std::array<int, 3>{0, 0, 0}, {1, 1, 0}, {1, 10, 1}}) {  // ntry, wait, random
             SCOPED_TRACE(testing::Message() << c.name << ", ntry " << o[0] << ", wait " << o[1] << ", random " << o[2]);
             http_opt opt = g_http_opt;  // as a host sets it
-            opt.ntry = o[0], opt.wait = o[1], opt.random_wait = o[2];
+            opt.ntry = o[0];
+            opt.wait = o[1];
+            opt.random_wait = o[2];
             http_set_options(&opt);
-            interpose::pauses.clear(), fake::device().logs.clear();
-            EXPECT_EQ(c.run(nullptr, url.c_str(), file.c_str(), 2, &tlv), HTTP_UTIL_ERR_CONNECT);
+            interpose::pauses.clear();
+            d.logs.clear();
+            EXPECT_EQ(c.run(nullptr, refused.c_str(), file.c_str(), 2, good), HTTP_UTIL_ERR_CONNECT);
             EXPECT_TRUE(fake::logged("Giving up."));
             ASSERT_EQ(interpose::pauses.size(), o[1] == 0 ? 0u : c.takes_ntry ? 2u : static_cast<size_t>(o[0]));
             for (const timeval &t : interpose::pauses) {
@@ -108,6 +100,7 @@ TEST_F(EntryOptionalServices, RetriesComeFromTheArgumentOrTheOptionAtCallTimeAnd
                 EXPECT_TRUE(&t == &interpose::pauses[0] && o[2] ? s >= 0.5 * o[1] && s < 1.5 * o[1] : s == o[1]) << s;
             }
         }
+    }
 }
 
 }  // namespace

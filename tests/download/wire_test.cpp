@@ -1,15 +1,11 @@
-// Downloads and copies against a scripted server. A case is, for each
-// connection, the request expected and the bytes the server answers (then it
-// closes; kKeep: it reads until the client closes), and the result and file
-// expected after the call. Each case is played with CR LF and with bare LF
-// line ends, with and without the readiness fast path, whole and, where
-// marked, with its first answer cut in two at every byte (the second part is
-// sent once the first has been taken).
+// Downloads, copies and uploads against a scripted server. A case is, for each connection, the request
+// expected and the bytes the server answers (then it closes; kKeep: it reads until the client closes), and
+// the result and file expected after the call. Each case is played with CR LF and with bare LF line ends,
+// with and without the readiness fast path, whole and, where marked, with its first answer cut in two at
+// every byte (the second part is sent once the first has been taken).
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <utime.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -18,7 +14,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
 #include "fake_device.h"
 #include "http_util.h"
 #include "interpose.h"
@@ -55,9 +50,8 @@ std::string refused(const std::string &fields, const std::string &body = "nope."
 // The second half of a 2000-byte file, as a 206 answer to bytes=1000-.
 std::string second_half(const std::string &fields = "") { return ranged("1000-1999/2000", 1000, pattern(1000, 1000), fields); }
 
-struct Exchange {
-    std::string ask, reply;  // ask: the target, then the Range if any; in reply "{host}" is the server's
-};
+// ask: the target, then the Range if any; in reply "{host}" is the server's.
+struct Exchange { std::string ask, reply; };
 
 struct Case {
     const char *name;
@@ -88,8 +82,6 @@ std::vector<Case> cases() {
         {"chunks", {{"/f.bin", kChunked + "5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n"}}, 0, "hello world", kNone, "/f.bin", 'd', 0, "", 0, true},
         {"chunk extension of 40 characters", {{"/f.bin", kChunked + "5" + ext + "\r\nhello\r\n6\r\n world\r\n0\r\n\r\n"}}, 0, "hello world", kNone, "/f.bin", 'd', 0, "", kAny, true},
         {"two interim heads", {{"/f.bin", "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nLink: </s.css>; rel=preload\r\n\r\n" + ok("hello")}}, 0, "hello", kNone, "/f.bin", 'd', 0, "", kAny, true},
-        {"Set-Cookie of 600 characters", {{"/f.bin", ok("hello", "Set-Cookie: " + std::string(588, 'c') + "\r\n")}}, 0, "hello"},
-        {"Location of 512 characters", {{"/f.bin", moved("/" + std::string(501, 'l'))}}, HTTP_UTIL_ERR_RSP_FORMAT, kNone},
         {"head of more than 4095 bytes", {{"/f.bin", ok("hello", cookies)}}, HTTP_UTIL_ERR_HEAD_TOO_LONG, kNone},
         {"closed inside a size line", {{"/f.bin", kChunked + "5\r\nhello\r\n1"}}, HTTP_UTIL_ERR_RECV_DATA, "hello", kNone, "/f.bin", 'd', 0, "", kAny, true},
         {"closed inside the body, Last-Modified kept", {{"/f.bin", head(5000, kLm) + pattern(100)}}, HTTP_UTIL_ERR_RECV_DATA, pattern(100)},
@@ -155,9 +147,6 @@ std::vector<Case> cases() {
     for (const char *length : {"zzz", "-1", "12abc", "99999999999"})
         all.push_back({length, {{"/f.bin", "HTTP/1.1 200 OK\r\nContent-Length: " + std::string(length) + "\r\n\r\n" + pattern(100)}},
                        HTTP_UTIL_ERR_RSP_FORMAT, old, old, "/f.bin", 'c'});
-    // Refused before any connection.
-    for (const char *bad : {"/a\rX-Injected: 1", "/a\nb", "/a\tb", "/a\x01" "b", "/a\x7f", "/a?q=\r\n"})
-        all.push_back({"control byte", {}, HTTP_UTIL_ERR_URL_FORMAT, kNone, kNone, bad});
     // Five redirections are followed, absolute and relative alike; the sixth is refused.
     Case chain = {"six redirections", {}, HTTP_UTIL_ERR_REDIRECT, kNone, kNone, "/r0"};
     for (int k = 0; k < 6; ++k)
@@ -321,12 +310,11 @@ TEST_F(Wire, CallsRefusedBeforeAnyConnection) {
     const std::pair<std::function<int()>, int> rows[] = {
         {[] { return http_download_file(nullptr, "x"); }, HTTP_UTIL_ERR_PARAM},
         {[] { return http_mgnt_download_file_progress_byname(nullptr, nullptr, "x", 0, "mgmt0"); }, HTTP_UTIL_ERR_PARAM},
-        {[&] { return http_download_file_ntry(url, "x", -1); }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_download_file_progress(nullptr, url, "x", -3); }, HTTP_UTIL_ERR_PARAM},
-        {[&] { return http_mngt_download_file_ntry(url, "x", -1); }, HTTP_UTIL_ERR_PARAM},
-        // The calls without a count read the option at the moment of the call.
-        {[&] { return g_http_opt.ntry = -1, http_download_file(url, "x"); }, HTTP_UTIL_ERR_PARAM},
-        {[&] { return http_mgnt_download_file(url, "x"); }, HTTP_UTIL_ERR_PARAM},
+        {[&] {  // the calls without a count read the option at the moment of the call
+             g_http_opt.ntry = -1;
+             return http_download_file(url, "x");
+         }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_util_copy(nullptr, "b", &p); }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_util_copy(url, nullptr, &p); }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_util_copy(url, "b", nullptr); }, HTTP_UTIL_ERR_PARAM},
@@ -361,16 +349,13 @@ TEST_F(WireSlow, ASizeLineThatNeverEndsGives25AfterFiveSeconds) {
     srv.read_request().send(kChunked + "5\r\nhello\r\n1").wait_until([&] { return done.load(); });
     srv.start();
     const auto t0 = std::chrono::steady_clock::now();
-    rusage cpu0, cpu1;
-    getrusage(RUSAGE_THREAD, &cpu0);
+    timespec cpu0, cpu1;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu0);
     EXPECT_EQ(http_download_file_ntry(srv.url("/f.bin").c_str(), dir.file("f.bin").c_str(), 3), HTTP_UTIL_ERR_RSP_FORMAT);
-    getrusage(RUSAGE_THREAD, &cpu1);
-    const auto took = std::chrono::steady_clock::now() - t0;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu1);
+    EXPECT_LT(cpu1.tv_sec - cpu0.tv_sec + (cpu1.tv_nsec - cpu0.tv_nsec) / 1e9, 0.5) << "CPU time used while waiting";
+    EXPECT_NEAR(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 5.7, 0.8);
     done = true;
-    EXPECT_GE(took, std::chrono::milliseconds(4900));
-    EXPECT_LE(took, std::chrono::milliseconds(6500));
-    const auto us = [](const rusage &r) { return (r.ru_utime.tv_sec + r.ru_stime.tv_sec) * 1000000L + r.ru_utime.tv_usec + r.ru_stime.tv_usec; };
-    EXPECT_LT(us(cpu1) - us(cpu0), 500000) << "CPU time used while waiting, in microseconds";
     EXPECT_EQ(read_file(dir.file("f.bin")), "hello");
     EXPECT_EQ(srv.connections(), 1u) << "not retried";
 }

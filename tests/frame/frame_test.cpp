@@ -62,14 +62,6 @@ TEST(Progress, DisplayAndRecordFollowTheStages) {
     EXPECT_EQ(fake::device().keys.size(), 1u) << "no URL record, no display";
 }
 
-TEST(ResultCodes, EveryCodeHasAMessage) {
-    std::set<std::string> texts;
-    for (int code = -1; code <= 31; ++code) texts.insert(http_util_strerr(code));
-    EXPECT_EQ(texts.size(), 30u) << "one text for codes 11 and 25, one for every unknown code";
-    EXPECT_EQ(std::string(http_util_strerr(0)) + http_util_strerr(-1) + http_util_strerr(HTTP_UTIL_ERR_NOT_FOUND),
-              "SuccessUnknown errorServer response: Not Found");
-}
-
 TEST(Random, StaysBelowItsBoundAndVariesWithoutTheRandomDevice) {
     for (const char *broken : {"", "/dev/urandom"}) {
         interpose::fail_open_path = broken;

@@ -5,17 +5,17 @@
 #include <sys/un.h>
 #include <unistd.h>
 #include <chrono>
-#include <filesystem>
 #include <set>
 #include <vector>
 #include "fake_device.h"
 #include "interpose.h"
 #include "net/io.h"
 #include "scripted_server.h"
+#include "temp_dir.h"
 
 namespace {
 
-long open_fds() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+size_t open_fds() { return files::open_fds().size(); }
 std::string text_of(const sockaddr_storage &a) { return http_sock_ntop(reinterpret_cast<const sockaddr *>(&a), 128); }
 
 // Accepted: "host port path filename @address"; refused: the result code and the record logged.
@@ -64,20 +64,6 @@ TEST(UrlOptionalServices, NamesGoThroughTheDeviceResolver) {
     }
 }
 
-// Blocks as host programs build them: native 32-bit words, not always aligned.
-TEST(Tlv, BlocksGiveTheirResultAndSourceAddress) {
-    const uint32_t a = inet_addr("127.0.0.2"), b = inet_addr("127.0.0.3"), P = HTTP_UTIL_ERR_PARAM;
-    for (const std::vector<uint32_t> &r : std::initializer_list<std::vector<uint32_t>>{  // result, address, block
-             {0, 0, 0, 0}, {0, a, 1, 4, a, 0, 99}, {0, b, 1, 4, a, 1, 4, b, 0, 0}, {P, 0, 1, 8, a, a, 0, 0},
-             {P, 0, 2, 4, a, 0, 0}, {P, a, 1, 4, a, 7, 4, b, 0, 0}}) {
-        std::vector<unsigned char> block(1 + 4 * r.size());  // one byte off alignment
-        memcpy(block.data() + 1, r.data() + 2, 4 * (r.size() - 2));
-        http_util_param param = {};
-        const int rc = http_util_parse_tlv(block.data() + 1, &param);
-        EXPECT_EQ(std::to_string(rc) + " " + std::to_string(param.src_ip), std::to_string(r[0]) + " " + std::to_string(r[1]));
-    }
-}
-
 // Options 1002, 1004 at the family's level carry the VRF (0: none); a failure logs and leaves no descriptor.
 void check(bool v6, int vrf, int is_mgmt, const char *name, std::set<int> taken, int index, const std::string &failure,
            uint32_t src = 0, int nonblock = 1, int bind_errno = 0, const sockaddr_storage *to = nullptr) {
@@ -88,7 +74,7 @@ void check(bool v6, int vrf, int is_mgmt, const char *name, std::set<int> taken,
     srv.start();
     interpose::sockopt_pretend_ok = taken, interpose::fail_bind_errno = bind_errno;
     const sockaddr_storage a = to ? *to : srv.address();
-    const long before = open_fds();
+    const size_t before = open_fds();
     const int fd = http_create_socket(reinterpret_cast<const sockaddr *>(&a), 128, nonblock, is_mgmt, src, name, vrf);
     EXPECT_TRUE(failure.empty() ? fd >= 0 : fake::logged(failure) && open_fds() == before) << failure;
     EXPECT_TRUE(fd < 0 || ((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0) == (nonblock == 1));
