@@ -315,6 +315,10 @@ TEST_F(Wire, CallsRefusedBeforeAnyConnection) {
              g_http_opt.ntry = -1;
              return http_download_file(url, "x");
          }, HTTP_UTIL_ERR_PARAM},
+        {[&] {
+             int err = 0;
+             return http_create_url_param(url, &err, nullptr, 0, nullptr) == nullptr ? err : 0;
+         }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_util_copy(nullptr, "b", &p); }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_util_copy(url, nullptr, &p); }, HTTP_UTIL_ERR_PARAM},
         {[&] { return http_util_copy(url, "b", nullptr); }, HTTP_UTIL_ERR_PARAM},

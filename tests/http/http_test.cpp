@@ -19,7 +19,7 @@ TEST(TagCmp, MatchesQuicklyAsItShould) {
              {"content-length", cl, 1}, {"CONTENT_LENGTH", cl, 1}, {"", "", 1}, {"chunked\"; q=1", ch, 1},
              {"", "*", 1}, {"a", "a*", 1}, {"ac", "a*c", 1}, {"aXbC", "a*c", 1}, {a + "b", s, 1}, {a + "xb", s, 1},
              {cl + "x", cl, 0}, {"Content-Lengt", cl, 0}, {"gzip, chunked", ch, 0}, {"\xc9T\xc9", "\xe9t\xe9", 0},
-             {"b", "a*", 0}, {"a*x", "a*", 0}, {"abd", "a*c", 0}, {"abcd", "a*c", 0}, {a, s, 0}, {"aaaaaaaa", s, 0}})
+             {"abc", "a*", 1}, {"b", "a*", 0}, {"a*x", "a*", 0}, {"abd", "a*c", 0}, {"abcd", "a*c", 0}, {a, s, 0}, {"aaaaaaaa", s, 0}})
         EXPECT_EQ(http_tag_cmp(text.c_str(), pattern.c_str()) == 0, hit) << text << " ~ " << pattern;
     EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(500));
 }
@@ -65,6 +65,7 @@ TEST(ResponseHead, ParsedIntoTheRecordAndAResult) {
         {cl + " 12abc||", 0, P, "-"}, {cl + "||", 0, P, "-"}, {o + "Transfer-Encoding: gzip, chunked||", 0, 0, "200"},
         {o + "Transfer-Encoding: Chunked|Transfer-Encoding: gzip||", 0, 0, "200 chunked"},
         {o + "Connection: Keep-Alive||", 0, 0, "200 keep"}, {o + "Connection: keep-alive|Connection: close||", 0, 0, "200"},
+        {o + "Connection: keep-alive|Connection: Upgrade||", 0, 0, "200 keep"}, {"2x0 OK||", 0, P, "-"}, {"20x OK||", 0, P, "-"},
         {o + "Accept-Ranges: Bytes||", 0, 0, "200"}, {o + "Accept-Ranges: bytes||", 0, 0, "200 ranges"},
         {o + "Accept-Ranges: bytes|Accept-Ranges: none||", 0, 0, "200"}, {o + "Last-Modified: soon||", 0, 0, "200 [soon]"},
         {o + "Last-Modified: " + date + " + the rest||", 0, 0, "200 mtime 784111777 [" + date + " +]"},
@@ -93,6 +94,9 @@ TEST(ResponseHead, ParsedIntoTheRecordAndAResult) {
         EXPECT_EQ(record == "-" ? "-" : text_of(u->rsp), record) << text.substr(0, 80);
     }
     http_free_util(u);
+    http_rsp own = {};  // a host's own call passes the value as it stands, blanks around it
+    EXPECT_EQ(http_parse_rsp_head(&own, nullptr, "Content-Length", " \t5\t "), 0);
+    EXPECT_EQ(own.content_len, 5);
     char line[8];  // an empty line, as host programs read heads with it
     EXPECT_STREQ(http_getline("\r\nab", line, sizeof line), "ab");
 }
@@ -186,7 +190,7 @@ TEST(Readers, GiveTheResultTheBytesAndLeaveTheRest) {
     play('C', "100000000\r\nhello$", F, "|*"), play('C', "xyz\r\nhello$", F, "|*"), play('C', "5\nhello\n0\n\n$", 0, "hello|\n");
     play('C', "$", R, "|"), play('C', "5\r\nhello\r\n1$", R, "hello|"), play('C', "5\r\nhello\r$", R, "hello|");
     play('C', "5\r\nhel$", R, "hel|"), play('C', "3\r\nabc!", R, "abc|"), play('C', "9\r\nabc!", R, "abc|", 0, 0, 0, reset);
-    play('C', two, 0, "kl|\r\n", 0, 10), play('C', two, 0, "abcdefghijkl|\r\n", 0, 10, kSink);
+    play('C', two, 0, "efghijkl|\r\n", 0, 4), play('C', two, 0, "kl|\r\n", 0, 10), play('C', two, 0, "abcdefghijkl|\r\n", 0, 10, kSink);
     play('C', e, M, "|" + e, 0, 0, kNoMem);
     play('C', "5\r\nhello\r\n5\r\nworld\r\n0\r\n\r\n", Q, "hello|\r\n5\r\nworld\r\n0\r\n\r\n", 0, 0, kCancel);
 }

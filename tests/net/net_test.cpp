@@ -37,6 +37,7 @@ TEST(Url, LiteralsAreSplitOrRefused) {
              {"HTTP://127.0.0.1", "127.0.0.1 80 / index.html @127.0.0.1 80"}, {"http://[/a", "29 scan ipv6 address failed"},
              {"http:///127.0.0.1:81/dir/", "127.0.0.1 81 /dir/ index.html @127.0.0.1 81"}, {ip + ":x/a", "29 scan port failed"},
              {ip + ":8080/a/b.bin?x=1", "127.0.0.1 8080 /a/b.bin?x=1 b.bin @127.0.0.1 8080"},
+             {ip + ":8080", "127.0.0.1 8080 / index.html @127.0.0.1 8080"},
              {ip + "/a/b.bin?x=/y", "127.0.0.1 80 /a/b.bin?x=/y y @127.0.0.1 80"}, {"http://[::1/a", "29 wrong ipv6 url format"},
              {"http://[FE80::a:1]:81/f", "FE80::a:1 81 /f f @fe80::a:1 81"}, {"http://[::1x]/", "29 wrong ipv6 url format"},
              {ip + ":65616/", "127.0.0.1 65616 / index.html @127.0.0.1 80"},  // the low 16 bits reach the address
