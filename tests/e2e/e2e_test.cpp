@@ -230,7 +230,9 @@ TEST_F(Soak, DownloadsThroughCutsEndWhole) {
         ASSERT_EQ(http_download_file_ntry(proxy.url(path).c_str(), dst.c_str(), 1000),
                   HTTP_UTIL_OK) << path;
         ASSERT_TRUE(files::read_file(dst) == data) << path << ": the file differs";
-        ASSERT_EQ(files::mtime_of(dst), i % 3 == 1 ? files::mtime_of(dst) : kMtime) << path;
+        if (i % 3 != 1) {  // /nolm/ gives no time
+            ASSERT_EQ(files::mtime_of(dst), kMtime) << path;
+        }
         ASSERT_EQ(dir_.entries().size(), 1u) << path;
         unlink(dst.c_str());
     }
@@ -279,7 +281,9 @@ TEST_F(Threads, TransfersAtOnceWhileTheHostKeepsItsTimeLocale) {
                                    : http_download_file_ntry(url.c_str(), local.c_str(), 0),
                           HTTP_UTIL_OK) << f;
                 EXPECT_TRUE(files::read_file(local) == data) << f;  // uploads: as they were
-                EXPECT_EQ(files::mtime_of(local), k == 4 || k == 5 ? files::mtime_of(local) : date(f)) << f;
+                if (k != 4 && k != 5) {  // an upload leaves its file as it was
+                    EXPECT_EQ(files::mtime_of(local), date(f)) << f;
+                }
             }
             --busy;
         });

@@ -15,7 +15,6 @@
 
 namespace {
 
-size_t open_fds() { return files::open_fds().size(); }
 std::string text_of(const sockaddr_storage &a) { return http_sock_ntop(reinterpret_cast<const sockaddr *>(&a), 128); }
 
 // Accepted: "host port path filename @address"; refused: the result code and the record logged.
@@ -75,9 +74,9 @@ void check(bool v6, int vrf, int is_mgmt, const char *name, std::set<int> taken,
     srv.start();
     interpose::sockopt_pretend_ok = taken, interpose::fail_bind_errno = bind_errno;
     const sockaddr_storage a = to ? *to : srv.address();
-    const size_t before = open_fds();
+    const std::set<std::string> before = files::open_fds();
     const int fd = http_create_socket(reinterpret_cast<const sockaddr *>(&a), 128, nonblock, is_mgmt, src, name, vrf);
-    EXPECT_TRUE(failure.empty() ? fd >= 0 : fake::logged(failure) && open_fds() == before) << failure;
+    EXPECT_TRUE(failure.empty() ? fd >= 0 : fake::logged(failure) && files::open_fds() == before) << failure;
     EXPECT_TRUE(fd < 0 || ((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0) == (nonblock == 1));
     sockaddr_storage local{};
     socklen_t len = sizeof local;

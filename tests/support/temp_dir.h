@@ -56,7 +56,7 @@ public:
     TempDir() : path_("/tmp/http_util_test_XXXXXX") {
         if (mkdtemp(&path_[0]) == nullptr) throw std::runtime_error("mkdtemp");
     }
-    // The C library's own unlink, which the tests' faults never reach.
+    // Through remove(), whose unlink inside the C library no injected fault reaches.
     ~TempDir() {
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);
