@@ -226,7 +226,7 @@ protected:
             srv.send(i == 0 && cut < r.size() ? r.substr(cut) : r);
             keep ? srv.read_until_close() : srv.close();
         }
-        srv.start();
+        if (!c.exchanges.empty()) srv.start();  // else a connection is refused at once
         http_progress progress{};
         http_util_param param{};
         param.max_redirect = 5, param.show_progress = 2;
@@ -246,7 +246,7 @@ protected:
         interpose::force_waiting_path = false;
         std::filesystem::current_path(back);
         EXPECT_EQ(rc, c.result);
-        ASSERT_TRUE(srv.wait());
+        ASSERT_TRUE(c.exchanges.empty() || srv.wait());
         ASSERT_EQ(srv.connections(), c.exchanges.size());
         for (size_t i = 0; i < c.exchanges.size(); ++i)
             EXPECT_EQ(srv.request(i), request(c, c.exchanges[i], host + std::to_string(srv.port()))) << "connection " << i;
