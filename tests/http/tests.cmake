@@ -1,1 +1,0 @@
-list(APPEND HTTP_UTIL_UNIT_TESTS http/http_test.cpp)

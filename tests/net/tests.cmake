@@ -1,1 +1,0 @@
-list(APPEND HTTP_UTIL_UNIT_TESTS net/net_test.cpp)
