@@ -117,7 +117,7 @@ int Server::connect_client() {
 
 bool Server::wait() {
     std::unique_lock<std::mutex> lock(m_);
-    return cv_.wait_for(lock, std::chrono::seconds(60), [this] { return done_; });
+    return cv_.wait_for(lock, std::chrono::seconds(10), [this] { return done_; });
 }
 
 std::string Server::at(const std::vector<std::string> &v, size_t i) const {

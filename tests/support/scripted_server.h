@@ -40,7 +40,7 @@ public:
 
     void start();
     int connect_client();  // a connected non-blocking client socket, after start()
-    bool wait();  // until the script has run to its end (limit: 60 s); false on time-out
+    bool wait();  // until the script has run to its end (limit: 10 s); false on time-out
     // What connection conn received (so far), and its client's address.
     std::string request(size_t conn = 0) const { return at(received_, conn); }
     std::string peer(size_t conn = 0) const { return at(peers_, conn); }
