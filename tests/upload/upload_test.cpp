@@ -118,7 +118,7 @@ TEST_F(Upload, TerminalAndCtrlC) {
         const char *name;
         char call, server;  // call: t, TLV upload; r, a record; c, a copy down. server: a, answers 200; b, a long body; h, holds; r, resets
         bool big;
-        std::function<bool(const std::string &)> key;  // Ctrl+C once the server has this request
+        std::function<bool(const std::string &)> key;  // Ctrl+C, typed once, when the server has this request
         int result;
         const char *terminal;
     } rows[] = {
@@ -140,7 +140,7 @@ TEST_F(Upload, TerminalAndCtrlC) {
         if (r.server == 'b') srv.send("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n" + files::pattern(2000));
         if (r.server != 'a') srv.wait_until([] { return false; });
         srv.start();
-        fake::device().key_source = [&] { return r.key(srv.request()) ? 3 : -1; };
+        fake::device().key_source = [&, typed = false]() mutable { return !typed && (typed = r.key(srv.request())) ? 3 : -1; };
         const std::string &file = r.big ? big : small;
         http_util_param copy{};
         copy.ntry = 3;
