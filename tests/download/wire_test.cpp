@@ -207,7 +207,6 @@ protected:
     void TearDown() override { EXPECT_EQ(files::open_fds(), fds_) << "a descriptor was left open"; }
 
     void play(const Case &c, bool lf, size_t cut, bool fast) {
-        if (HasFailure() && GTEST_FLAG_GET(fail_fast)) return;  // --gtest_fail_fast: no row after a failed one
         SCOPED_TRACE(testing::Message() << c.name << (lf ? ", LF" : ", CR LF") << (fast ? ", fast path" : ", waiting path")
                                         << ", cut at " << cut);
         fake::device().logs.clear();

@@ -3,6 +3,8 @@
 // http_util_init had run), whichever test first ran an entry point.
 #include <gtest/gtest.h>
 
+#include <exception>
+
 #include "fake_device.h"
 #include "http_util.h"
 #include "interpose.h"
@@ -26,5 +28,9 @@ struct Reset : testing::EmptyTestEventListener {
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new Reset);
-    return RUN_ALL_TESTS();
+    try {
+        return RUN_ALL_TESTS();
+    } catch (const std::exception &) {  // --gtest_throw_on_failure: the first failure ends the run, scratch folders gone
+        return 1;
+    }
 }
