@@ -140,15 +140,13 @@ TEST(RawIo, ResultsOfEachCallAndAddressTexts) {
     std::vector<char> big(1 << 22);
     const int n = http_util_fd_write_nonblock(p.fd[0], big.data(), 1u << 22, 1);
     EXPECT_TRUE(n > 0 && n < 1 << 22) << "a non-blocking write takes what fits: " << n;
-    const int in = dup(0);  // a host with no standard input: a wait's descriptor may be 0
-    close(0);
     for (bool waiting : {false, true}) {  // short reads on the fast path and the waiting one
+        const files::NoStdin no_stdin;  // a wait's descriptor may then be 0
         interpose::force_waiting_path = waiting;
         EXPECT_EQ(http_util_fd_write(p.fd[1], "abcde", 5, 5), 0);
         EXPECT_EQ(http_util_internal::fast_read(p.fd[0], buf, 3, 1), 3);
         EXPECT_EQ(http_util_fd_read(p.fd[0], buf, 16, 1), 2);
     }
-    dup2(in, 0), close(in);
     EXPECT_EQ((shutdown(p.fd[1], SHUT_RDWR), http_util_fd_read(p.fd[0], buf, sizeof buf, 1)), 0) << "after the close";
     sockaddr_storage named{}, unnamed{}, other{};
     named.ss_family = unnamed.ss_family = AF_UNIX, other.ss_family = AF_PACKET;

@@ -44,6 +44,11 @@ inline std::vector<std::string> entries(const std::string &dir) {
     if (d) closedir(d);
     return out;
 }
+// While one lives, descriptor 0 is free, as in a host without standard input.
+struct NoStdin {
+    const int in = dup(0), closed = close(0);
+    ~NoStdin() { dup2(in, 0), close(in); }
+};
 inline std::set<std::string> open_fds() {
     std::vector<std::string> fds = entries("/proc/self/fd");
     return {fds.begin(), fds.end()};

@@ -91,9 +91,8 @@ TEST_F(Upload, MissingFileAndRefusedConnection) {
     EXPECT_TRUE(fake::logged("file not exist: " + dir_.file("none")));
     EXPECT_EQ(http_post_loop(record(srv), dir_.path().c_str(), nullptr), HTTP_UTIL_ERR_READ_FILE) << "a folder";
     reinterpret_cast<sockaddr_in *>(&record(srv)->ip_addr)->sin_port = htons(scripted::unused_port());
-    const int in = dup(0);  // a host with no standard input: the file is opened as descriptor 0
-    EXPECT_EQ((close(0), http_post_loop(rec_, file.c_str(), nullptr)), HTTP_UTIL_ERR_CONNECT);
-    dup2(in, 0), close(in);
+    // Without standard input (the guard lives to the end of the statement) the file is descriptor 0.
+    EXPECT_EQ((files::NoStdin(), http_post_loop(rec_, file.c_str(), nullptr)), HTTP_UTIL_ERR_CONNECT);
     EXPECT_TRUE(fake::logged("http_create_socket failed"));
     EXPECT_EQ(srv.connections(), 0u);
 }
