@@ -48,6 +48,7 @@ TEST(EntryOptionalServices, EveryCallDownloadsAndRetriesWithItsOwnInputs) {
     interpose::skip_pauses = true;
     d.ifindex[kIfName15] = 7;
     d.if_vrf[7] = 0;
+    d.now = static_cast<time_t>(LLONG_MAX);  // a clock with no calendar time: only the log lacks it
     TempDir dir;
     const std::string file = dir.file("b.bin");
     const std::string refused = "http://127.0.0.1:" + std::to_string(scripted::unused_port()) + "/b";
@@ -82,7 +83,6 @@ TEST(EntryOptionalServices, EveryCallDownloadsAndRetriesWithItsOwnInputs) {
             EXPECT_EQ(d.vrf_name_calls, std::vector<std::string>(unusable, "___Mgmt_oob"));
             EXPECT_EQ(d.if_index_calls, std::vector<std::string>(c.byname, kIfName15));
         }
-        d.now = static_cast<time_t>(LLONG_MAX);  // a clock with no calendar time: only the log lacks it
         for (const auto &o : {std::array<int, 3>{0, 0, 0}, {1, 1, 0}, {1, 10, 1}}) {  // ntry, wait, random
             SCOPED_TRACE(testing::Message() << c.name << ", ntry " << o[0] << ", wait " << o[1] << ", random " << o[2]);
             http_opt opt = g_http_opt;  // as a host sets it
