@@ -22,8 +22,7 @@
 
 namespace {
 
-using files::pattern;
-using files::read_file;
+using files::pattern, files::read_file;
 
 const std::string kNone = "(none)", kDir = "(folder)", kKeep = "(keep)";
 constexpr int64_t kAny = -2;

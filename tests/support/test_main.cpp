@@ -2,7 +2,6 @@
 // as at process start, and the fake log category in place (as if
 // http_util_init had run), whichever test first ran an entry point.
 #include <gtest/gtest.h>
-
 #include <exception>
 
 #include "fake_device.h"
